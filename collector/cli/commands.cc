@@ -1,0 +1,165 @@
+#include "collector/cli/commands.h"
+
+#include <pcap/pcap.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "collector/cli/help_formatter.h"
+#include "collector/cli/interrupt.h"
+#include "collector/cli/run.h"
+#include "collector/cli/usage_error.h"
+#include "host/protocol_parser.h"
+
+namespace cli {
+namespace {
+
+constexpr Command kCommands[] = {
+    {"read", "print one record for each DNS exchange in a capture",
+     "Examples:\n"
+     "  dnspair read samples/dns.pcap\n"
+     "  dnspair read *.pcap.gz --format csv --columns ts_us,client_ip,qname,rtt_us -o slow.csv --where "
+     "'rtt>100ms'\n"
+     "  tcpdump -i eth0 -w - port 53 | dnspair read - --where status=timeout\n"
+     "  dnspair read big.pcapng --account account.json -- host 192.0.2.1\n",
+     AddReadOptions, RunRead},
+    {"live", "print one record for each DNS exchange that is seen on interfaces",
+     "Examples:\n"
+     "  dnspair live -i eth0\n"
+     "  dnspair live -i eth0 -i eth1 -Z nobody --format json -o /var/log/dnspair.json\n"
+     "  dnspair live -i any --where status=timeout -- host 192.0.2.1\n"
+     "Ctrl-C or SIGTERM ends the run with everything written; SIGUSR1 prints the account so far; SIGHUP opens\n"
+     "the file of -o again after it was moved.\n",
+     AddLiveOptions, RunLiveRead},
+    {"summary", "rates, results and response times of a capture",
+     "Examples:\n"
+     "  dnspair summary samples/dns.pcap\n"
+     "  dnspair summary monday.pcap.zst tuesday.pcap.zst --top 25\n"
+     "  dnspair summary big.pcap --format json --where 'qname~\\.example$'\n",
+     AddSummaryOptions, RunSummary},
+    {"names", "the names and addresses in a capture's answers, as a passive DNS list",
+     "Examples:\n"
+     "  dnspair names samples/dns.pcap\n"
+     "  dnspair names big.pcap.gz --format json -o passive-dns.json\n",
+     AddNamesOptions, RunNames},
+};
+
+std::string VersionText() {
+  return std::string("dnspair ") + DNSPAIR_VERSION + "\nplug-in interface " + std::to_string(kParserApiVersion) +
+         "\n" + pcap_lib_version();
+}
+
+// The command line in two: what CLI11 understands, and the filter expression behind "--".
+struct CommandLine {
+  std::vector<std::string> arguments;
+  std::string filter;
+};
+
+CommandLine Split(int argc, char** argv) {
+  CommandLine line;
+  bool behind = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (behind) {
+      line.filter += (line.filter.empty() ? "" : " ") + argument;
+    } else if (argument == "--") {
+      behind = true;
+    } else {
+      line.arguments.push_back(argument);
+    }
+  }
+  return line;
+}
+
+int UsageProblem(const std::string& text, const std::string& help_of) {
+  PrintProblem(text);
+  std::fprintf(stderr, "Try '%s --help'.\n", help_of.c_str());
+  return kWrongUsage;
+}
+
+std::unique_ptr<CLI::App> MakeApp(Options* options) {
+  auto app = std::make_unique<CLI::App>("Pairs DNS queries with their responses.", "dnspair");
+  app->formatter(std::make_shared<HelpFormatter>());
+  app->require_subcommand(1);
+  app->footer("'dnspair COMMAND --help' says more, with examples.");
+  app->set_version_flag("--version", VersionText(),
+                        "the version of the program, its plug-in interface and libpcap");
+  for (const Command& command : AllCommands()) {
+    CLI::App* sub = app->add_subcommand(command.name, command.summary);
+    sub->footer(std::string("An argument -- is followed by a filter expression as tcpdump takes it.\n\n") +
+                command.examples);
+    command.add_options(sub, options);
+  }
+  return app;
+}
+
+const Command* FindCommand(const std::string& name) {
+  const auto commands = AllCommands();
+  const auto found =
+      std::find_if(commands.begin(), commands.end(), [&](const Command& command) { return name == command.name; });
+  return found == commands.end() ? nullptr : &*found;
+}
+
+// The command stands first, so that an option of it cannot be taken for one of the program. Null when the first
+// argument is an option of the program; UsageError when it is neither.
+const Command* ChooseCommand(const CommandLine& line) {
+  std::string names;
+  for (const Command& command : AllCommands()) names.append(names.empty() ? "" : ", ").append(command.name);
+  if (line.arguments.empty()) throw UsageError("no command given (one of " + names + ")");
+  const std::string& first = line.arguments.front();
+  if (first.starts_with('-')) return nullptr;
+  const Command* command = FindCommand(first);
+  if (command == nullptr) throw UsageError("there is no command '" + first + "' (only " + names + ")");
+  return command;
+}
+
+int RunCommand(const Command& command, const Options& options) {
+  try {
+    return command.run(options);
+  } catch (const UsageError&) {
+    throw;
+  } catch (const std::bad_alloc&) {
+    PrintProblem("out of memory");
+  } catch (const std::exception& error) {
+    PrintProblem(error.what());
+  } catch (...) {
+    PrintProblem("the plug-in threw an exception of an unknown kind");
+  }
+  return kRuntimeError;
+}
+
+}  // namespace
+
+std::span<const Command> AllCommands() { return kCommands; }
+
+int Main(int argc, char** argv) {
+  KeepStandardDescriptors();
+  PrepareSignals();
+  CommandLine line = Split(argc, argv);
+  Options options;
+  options.filter = line.filter;
+  std::string help_of = "dnspair";
+  try {
+    const Command* command = ChooseCommand(line);
+    if (command != nullptr) help_of.append(" ").append(command->name);
+    // One set of options for all commands: they write to the same place, and only one command is chosen.
+    const std::unique_ptr<CLI::App> app = MakeApp(&options);
+    std::reverse(line.arguments.begin(), line.arguments.end());  // as CLI11 wants them
+    try {
+      app->parse(line.arguments);
+    } catch (const CLI::Success& success) {
+      return app->exit(success);
+    }
+    return RunCommand(*command, options);
+  } catch (const CLI::ParseError& error) {
+    return UsageProblem(error.what(), help_of);
+  } catch (const UsageError& error) {
+    return UsageProblem(error.what(), help_of);
+  }
+}
+
+}  // namespace cli

@@ -1,0 +1,74 @@
+#include "collector/cli/commands.h"
+
+#include <doctest/doctest.h>
+
+#include "collector/cli/program_for_tests.h"
+#include "collector/cli/run.h"
+
+// The command line: what it refuses, and what it says of itself.
+namespace cli {
+namespace {
+
+void CheckRefused(const std::vector<std::string>& arguments, const std::string& message, const std::string& help) {
+  const ChildResult result = RunProgram(arguments);
+  CHECK(result.ExitCode() == kWrongUsage);
+  CHECK(result.out == "");
+  CHECK(result.err == "dnspair: " + message + "\nTry '" + help + " --help'.\n");
+}
+
+TEST_CASE("wrong usage is one line, a hint and exit code 2") {
+  CheckRefused({}, "no command given (one of read, live, summary, names)", "dnspair");
+  CheckRefused({"raed"}, "there is no command 'raed' (only read, live, summary, names)", "dnspair");
+  CheckRefused({"read"}, "FILE is required", "dnspair read");
+  CheckRefused({"read", "x", "--colour"}, "The following argument was not expected: --colour", "dnspair read");
+  CheckRefused({"read", "x", "--format", "xml"}, "--format: xml not in {table,json,csv}", "dnspair read");
+  CheckRefused({"summary", "x", "--format", "csv"}, "--format: csv not in {table,json}", "dnspair summary");
+  CheckRefused({"read", "x", "--port", "0"}, "--port: Value 0 not in range 1 to 65535", "dnspair read");
+  CheckRefused({"read", "x", "--set", "key"}, "--set: 'key' is not KEY=VALUE", "dnspair read");
+  CheckRefused({"read", "x", "--set", "=value"}, "--set: '=value' is not KEY=VALUE", "dnspair read");
+  CheckRefused({"read", "x", "--columns", "a"}, "--columns: there is no column 'a'", "dnspair read");
+  CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': there is no column 'a'", "dnspair read");
+  CheckRefused({"live"}, "--interface is required", "dnspair live");
+  CheckRefused({"names", "x", "--where", "a=b"}, "The following argument was not expected: --where",
+               "dnspair names");
+}
+
+TEST_CASE("each command has help with an example of its own") {
+  for (const Command& command : AllCommands()) {
+    const ChildResult result = RunProgram({command.name, "--help"});
+    CHECK(result.ExitCode() == 0);
+    CHECK(result.err == "");
+    CHECK(result.out.find(command.summary) != std::string::npos);
+    CHECK(result.out.find(std::string("\n  dnspair ") + command.name + " ") != std::string::npos);
+    CHECK(result.out.find("-o,--output PATH") != std::string::npos);
+  }
+  CHECK(RunProgram({"-h"}).out.find("names ") != std::string::npos);
+}
+
+TEST_CASE("help fits a terminal of eighty columns up to the examples") {
+  for (const Command& command : AllCommands()) {
+    for (const std::string& line : Lines(RunProgram({command.name, "--help"}).out)) {
+      if (line == "Examples:") break;
+      CHECK_MESSAGE(line.size() <= 80, line);
+    }
+  }
+}
+
+TEST_CASE("the version names program, interface and libpcap") {
+  const auto lines = Lines(RunProgram({"--version"}).out);
+  REQUIRE(lines.size() == 3);
+  CHECK(lines[0].starts_with("dnspair "));
+  CHECK(lines[1] == "plug-in interface 5");
+  CHECK(lines[2].find("libpcap version") != std::string::npos);
+}
+
+TEST_CASE("options take one value each, so that files may follow them") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const ChildResult result = RunProgram(
+      {"read", "-q", "--set", "request_timeout_s=5", "--where", "status=timeout", "--port", "53", file.path});
+  CHECK(result.ExitCode() == 0);
+  CHECK(Lines(result.out).size() == 1);
+}
+
+}  // namespace
+}  // namespace cli

@@ -1,0 +1,63 @@
+#include "collector/cli/interrupt.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <initializer_list>
+
+#include "collector/capture/stop.h"
+
+namespace cli {
+namespace {
+
+volatile std::sig_atomic_t interrupted = 0;
+volatile std::sig_atomic_t account_wanted = 0;
+volatile std::sig_atomic_t reopen_wanted = 0;
+
+bool Take(volatile std::sig_atomic_t* request) {
+  if (*request == 0) return false;
+  *request = 0;
+  return true;
+}
+
+void OnInterrupt(int) {
+  interrupted = 1;
+  capture::StopReading();
+}
+
+}  // namespace
+
+void PrepareSignals() {
+  struct sigaction action {};
+  action.sa_handler = OnInterrupt;
+  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  sigaction(SIGINT, &action, nullptr);
+  sigaction(SIGTERM, &action, nullptr);
+  std::signal(SIGPIPE, SIG_IGN);
+}
+
+void KeepStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(descriptor, F_GETFD) >= 0) continue;
+    // The lowest free number is this one. The wrong way round, on purpose.
+    open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
+
+bool Interrupted() { return interrupted != 0; }
+
+void PrepareServiceSignals() {
+  struct sigaction action {};
+  action.sa_flags = SA_RESTART;
+  action.sa_handler = [](int) { account_wanted = 1; };
+  sigaction(SIGUSR1, &action, nullptr);
+  action.sa_handler = [](int) { reopen_wanted = 1; };
+  sigaction(SIGHUP, &action, nullptr);
+}
+
+bool TakeAccountRequest() { return Take(&account_wanted); }
+
+bool TakeReopenRequest() { return Take(&reopen_wanted); }
+
+}  // namespace cli

@@ -1,0 +1,22 @@
+#pragma once
+
+namespace cli {
+
+// From now on the first SIGINT or SIGTERM asks the run to end with everything reported; a second one ends it at
+// once. Writing to a closed pipe is an error like any other and no signal.
+void PrepareSignals();
+
+// Fills standard input, output and error where the caller closed them, so that no file of ours takes their place
+// and gets what was meant for them. Reading and writing them fails as it should.
+void KeepStandardDescriptors();
+
+// True once SIGINT or SIGTERM came.
+bool Interrupted();
+
+// What runs for months listens to besides: SIGUSR1 asks for the account so far, SIGHUP for the output to be opened
+// anew. Each Take answers once for any number of signals since the last.
+void PrepareServiceSignals();
+bool TakeAccountRequest();
+bool TakeReopenRequest();
+
+}  // namespace cli

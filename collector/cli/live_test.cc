@@ -1,0 +1,247 @@
+// dnspair live on a loopback interface of a network namespace of its own. That takes root: elsewhere these tests
+// say that they were skipped.
+
+#include <arpa/inet.h>
+#include <doctest/doctest.h>
+#include <net/if.h>
+#include <sched.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+
+#include <chrono>
+#include <csignal>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "collector/cli/program_for_tests.h"
+
+namespace cli {
+namespace {
+
+using std::chrono::milliseconds;
+
+std::string Content(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
+  return content.str();
+}
+
+bool WaitFor(const std::function<bool()>& condition) {
+  for (int i = 0; i < 200; ++i) {
+    if (condition()) return true;
+    std::this_thread::sleep_for(milliseconds(50));
+  }
+  return false;
+}
+
+// Moves the process into an empty network with a loopback interface.
+bool EnterNetwork() {
+  if (unshare(CLONE_NEWNET) != 0) return false;
+  const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+  ifreq request{};
+  std::string("lo").copy(request.ifr_name, IFNAMSIZ - 1);
+  request.ifr_flags = IFF_UP | IFF_RUNNING;
+  const bool up = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+  close(fd);
+  return up;
+}
+
+bool MayEnterNetwork() {
+  static const bool may = RunInChild([] { _exit(EnterNetwork() ? 0 : 1); }).ExitCode() == 0;
+  if (!may) MESSAGE("skipped: live capture needs root and network namespaces");
+  return may;
+}
+
+// A UDP socket on the loopback interface.
+class Endpoint {
+ public:
+  explicit Endpoint(uint16_t own_port) : port(own_port), fd(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0)) {
+    const sockaddr_in address = At(port);
+    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+  ~Endpoint() { close(fd); }
+  Endpoint(const Endpoint&) = delete;
+  Endpoint& operator=(const Endpoint&) = delete;
+
+  void Send(const Endpoint& to, const support::Message& message) const {
+    const std::string bytes = message.Wire();
+    const sockaddr_in address = At(to.port);
+    sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+
+ private:
+  static sockaddr_in At(uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+  }
+
+  uint16_t port;
+  int fd;
+};
+
+// A live run that writes records and messages to files.
+class LiveRun {
+ public:
+  explicit LiveRun(std::vector<std::string> more = {}) : records(""), messages("") {
+    std::vector<std::string> arguments{"live", "-i", "lo", "--format", "json", "-o", records.path};
+    arguments.insert(arguments.end(), more.begin(), more.end());
+    child = fork();
+    if (child != 0) return;
+    freopen(messages.path.c_str(), "w", stderr);
+    ExecProgram(arguments);
+  }
+  ~LiveRun() {
+    if (child > 0) Stop();
+  }
+  LiveRun(const LiveRun&) = delete;
+  LiveRun& operator=(const LiveRun&) = delete;
+
+  // Exchanges are repeated until the first is seen: nobody tells when the interface is being watched.
+  bool Watches(const Endpoint& client, const Endpoint& server) const {
+    return WaitFor([&] {
+      client.Send(server, support::Query(1).Question("ready.example", support::kA));
+      server.Send(client, support::Response(1).Question("ready.example", support::kA));
+      return !Records().empty();
+    });
+  }
+
+  std::vector<nlohmann::json> Records() const { return JsonLines(Content(records.path)); }
+  std::string Messages() const { return Content(messages.path); }
+  bool Shows(const std::string& name, const std::string& status) const {
+    for (const nlohmann::json& record : Records()) {
+      if (record["qname"] == name && record["status"] == status) return true;
+    }
+    return false;
+  }
+  void Signal(int signal) const { kill(child, signal); }
+
+  // Ends it; returns its exit code.
+  int Stop(int signal = SIGTERM) {
+    kill(child, signal);
+    int status = 0;
+    waitpid(child, &status, 0);
+    child = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  }
+
+  test::TemporaryFile records;
+
+ private:
+  test::TemporaryFile messages;
+  pid_t child;
+};
+
+// Runs the body in a network of its own; it returns what went wrong, or nothing.
+std::string InNetwork(const std::function<std::string()>& body) {
+  const ChildResult result = RunInChild([&] {
+    const std::string wrong = EnterNetwork() ? body() : "no network namespace";
+    std::fputs(wrong.c_str(), stdout);
+    std::fflush(stdout);
+    _exit(0);
+  });
+  return result.out + (result.ExitCode() == 0 ? "" : "the test's process ended early");
+}
+
+}  // namespace
+
+TEST_CASE("a live run reports an exchange within a second or so") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run;
+          if (!run.Watches(client, server)) return "nothing was seen";
+          client.Send(server, support::Query(7).Question("live.example", support::kAaaa));
+          server.Send(client, support::Response(7).Question("live.example", support::kAaaa));
+          if (!WaitFor([&] { return run.Shows("live.example", "answered"); })) return "the exchange was not seen";
+          return run.Stop() == 0 ? "" : "SIGTERM is not its ordinary end";
+        }) == "");
+}
+
+TEST_CASE("on a silent wire a query still times out") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run({"--set", "request_timeout_s=1"});
+          if (!run.Watches(client, server)) return "nothing was seen";
+          client.Send(server, support::Query(8).Question("nobody.example", support::kA));
+          return WaitFor([&] { return run.Shows("nobody.example", "timeout"); }) ? "" : "it never timed out";
+        }) == "");
+}
+
+TEST_CASE("a live run that is ended reports what is open") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run({"--set", "request_timeout_s=1000"});
+          if (!run.Watches(client, server)) return "nothing was seen";
+          client.Send(server, support::Query(9).Question("open.example", support::kA));
+          std::this_thread::sleep_for(milliseconds(500));
+          if (run.Stop(SIGINT) != 0) return "SIGINT is not its ordinary end";
+          if (!run.Shows("open.example", "open")) return "the open query was not reported";
+          return run.Messages().find("interface  lo: ") != std::string::npos ? "" : "no counters of the interface";
+        }) == "");
+}
+
+TEST_CASE("SIGUSR1 shows an account that adds up") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run;
+          if (!run.Watches(client, server)) return "nothing was seen";
+          client.Send(server, support::Query(9).Question("open.example", support::kA));
+          std::this_thread::sleep_for(milliseconds(500));
+          run.Signal(SIGUSR1);
+          if (!WaitFor([&] { return run.Messages().find("1 waiting") != std::string::npos; }))
+            return run.Messages();
+          return run.Messages().find("WRONG") == std::string::npos ? "" : "it does not add up";
+        }) == "");
+}
+
+TEST_CASE("SIGHUP opens a file again that was moved away") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run;
+          if (!run.Watches(client, server)) return "nothing was seen";
+          const std::string moved = run.records.path + ".1";
+          std::rename(run.records.path.c_str(), moved.c_str());
+          run.Signal(SIGHUP);
+          if (!WaitFor([&] { return access(run.records.path.c_str(), F_OK) == 0; })) return "no new file";
+          client.Send(server, support::Query(7).Question("later.example", support::kA));
+          server.Send(client, support::Response(7).Question("later.example", support::kA));
+          const bool later = WaitFor([&] { return run.Shows("later.example", "answered"); });
+          const bool kept = Content(moved).find("ready.example") != std::string::npos;
+          std::remove(moved.c_str());
+          return later && kept ? "" : "records went to the wrong file";
+        }) == "");
+}
+
+TEST_CASE("a live run can give up its privileges before the first packet") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run({"-Z", "nobody"});
+          return run.Watches(client, server) ? "" : "nothing was seen: " + run.Messages();
+        }) == "");
+}
+
+TEST_CASE("an interface that is not there is named") {
+  if (!MayEnterNetwork()) return;
+  const ChildResult result = RunProgram({"live", "-i", "nowhere0"});
+  CHECK(result.ExitCode() == 1);
+  CHECK(result.err == "dnspair: nowhere0: there is no such interface; 'ip link' lists them\n");
+}
+
+TEST_CASE("a user that is not there is named") {
+  if (!MayEnterNetwork()) return;
+  const ChildResult result = RunProgram({"live", "-i", "lo", "-Z", "no-such-user"});
+  CHECK(result.ExitCode() == 1);
+  CHECK(result.err == "dnspair: -Z: there is no user 'no-such-user'\n");
+}
+
+}  // namespace cli

@@ -1,0 +1,89 @@
+#include "collector/cli/options.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <array>
+
+#include "collector/cli/usage_error.h"
+
+namespace cli {
+namespace {
+
+// An option that may be given several times, with one value each.
+CLI::Option* Repeated(CLI::Option* option) { return option->allow_extra_args(false); }
+
+}  // namespace
+
+void AddFileOptions(CLI::App* app, Options* options) {
+  app->add_option("FILE", options->files,
+                  "captures: pcap or pcapng, plain or compressed with gzip or zstd; - for standard input; several "
+                  "are merged by time")
+      ->type_name("")
+      ->required();
+}
+
+void AddInterfaceOptions(CLI::App* app, Options* options) {
+  Repeated(app->add_option("-i,--interface", options->interfaces, "watch this interface; any for all of them"))
+      ->type_name("IFACE")
+      ->required();
+  app->add_option("--snaplen", options->snap_length, "bytes kept of a packet")
+      ->check(CLI::Range(64, 262144).description(""))
+      ->type_name("BYTES");
+  app->add_flag("--no-promiscuous", options->no_promiscuous, "only packets for this machine");
+  app->add_option("--buffer", options->buffer_mib, "the kernel's buffer for each interface")
+      ->check(CLI::Range(1, 1024).description(""))
+      ->type_name("MIB");
+  app->add_option("-Z,--user", options->user, "give up privileges for this user once the interfaces are open")
+      ->type_name("USER");
+}
+
+void AddInputOptions(CLI::App* app, Options* options) {
+  Repeated(app->add_option("--port", options->ports, "DNS ports, instead of 53"))
+      ->delimiter(',')
+      ->check(CLI::Range(1, 65535).description(""))
+      ->type_name("PORT,...");
+  app->add_flag("--separate-vlans", options->separate_vlans,
+                "conversations in different VLANs and tunnels are different ones");
+  app->add_option("--plugin", options->plugin, "the parser plug-in to load")->type_name("PATH");
+  Repeated(app->add_option("--set", options->settings,
+                           "a configuration key for the plug-in: max_open_requests, enable_dnssec, enable_axfr, "
+                           "request_timeout_s"))
+      ->type_name("KEY=VALUE");
+  app->add_flag("-v,--verbose", options->verbosity, "the plug-in's log on standard error; twice: its traces too");
+  app->add_flag("-q,--quiet", options->quiet, "no health line, no account and no progress on standard error");
+  app->add_option("--account", options->account_file, "write the account there as JSON")->type_name("PATH");
+  app->add_flag("--strict", options->strict, "exit with 3 when anything was lost");
+}
+
+void AddOutputOptions(CLI::App* app, Options* options, const std::vector<std::string>& formats,
+                      const std::string& explanation) {
+  app->add_option("--format", options->format, explanation)
+      ->check(CLI::IsMember(formats).description(""))
+      ->type_name("FORMAT");
+  app->add_option("-o,--output", options->output_file, "write there instead of to standard output")
+      ->type_name("PATH");
+}
+
+void AddWhereOption(CLI::App* app, Options* options) {
+  Repeated(app->add_option("--where", options->where,
+                           "only exchanges that fulfil the condition, for example rcode=NXDOMAIN, 'rtt>100ms', "
+                           "status=timeout, 'qname~\\.example$'; all of several conditions"))
+      ->type_name("CONDITION");
+}
+
+std::map<std::string, std::string> PluginArguments(const std::vector<std::string>& settings,
+                                                   std::vector<std::string>* unknown) {
+  static constexpr std::array<std::string_view, 4> kKnown = {"max_open_requests", "enable_dnssec", "enable_axfr",
+                                                             "request_timeout_s"};
+  std::map<std::string, std::string> arguments;
+  for (const std::string& setting : settings) {
+    const size_t equals = setting.find('=');
+    if (equals == std::string::npos || equals == 0) throw UsageError("--set: '" + setting + "' is not KEY=VALUE");
+    const std::string key = setting.substr(0, equals);
+    if (std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end()) unknown->push_back(key);
+    arguments[key] = setting.substr(equals + 1);
+  }
+  return arguments;
+}
+
+}  // namespace cli

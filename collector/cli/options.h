@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace CLI {
+class App;
+}
+
+namespace cli {
+
+// What the user asked for. Commands take the parts that they understand.
+struct Options {
+  std::vector<std::string> files;
+  std::string filter;  // what stood behind "--"
+
+  std::string plugin;                 // "" for the one that belongs to this program
+  std::vector<std::string> settings;  // KEY=VALUE
+  int verbosity = 0;
+  bool quiet = false;
+  std::vector<uint16_t> ports;
+  bool separate_vlans = false;
+  std::string account_file;
+  bool strict = false;
+
+  std::vector<std::string> interfaces;  // of a live run
+  int snap_length = 262144;
+  bool no_promiscuous = false;
+  int buffer_mib = 16;  // of the kernel, for each interface
+  std::string user;     // whom the run belongs to once everything is open
+
+  std::string format;  // "" for the usual one of the output at hand
+  std::string columns;
+  std::vector<std::string> where;
+  std::string output_file;
+  size_t top = 10;
+};
+
+// FILE, for commands that read captures.
+void AddFileOptions(CLI::App* app, Options* options);
+
+// -i and what belongs to it, for commands that watch interfaces.
+void AddInterfaceOptions(CLI::App* app, Options* options);
+
+// The options of every command that looks at packets.
+void AddInputOptions(CLI::App* app, Options* options);
+
+// -o, and --format with these choices.
+void AddOutputOptions(CLI::App* app, Options* options, const std::vector<std::string>& formats,
+                      const std::string& explanation);
+
+// --where.
+void AddWhereOption(CLI::App* app, Options* options);
+
+// The plug-in's configuration, from KEY=VALUE texts. Throws UsageError for what has no key. Keys that no plug-in
+// of this interface knows are passed on, and named in `unknown`.
+std::map<std::string, std::string> PluginArguments(const std::vector<std::string>& settings,
+                                                   std::vector<std::string>* unknown);
+
+}  // namespace cli

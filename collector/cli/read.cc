@@ -1,0 +1,87 @@
+#include <unistd.h>
+
+#include <CLI/App.hpp>
+#include <memory>
+
+#include "collector/cli/commands.h"
+#include "collector/cli/conditions.h"
+#include "collector/cli/run.h"
+#include "collector/cli/terminal.h"
+#include "collector/output/record_writer.h"
+
+namespace cli {
+namespace {
+
+// Writes the exchanges that fulfil the conditions, each as it comes.
+class RecordPrinter : public Consumer {
+ public:
+  explicit RecordPrinter(const Options& given)
+      : options(given), where(ParseConditions(given)), columns(Understand("--columns", [&] {
+          return given.columns.empty() ? output::ColumnList() : output::ParseColumns(given.columns);
+        })) {}
+
+  void Begin(output::Buffer* buffer) override {
+    writer = MakeWriter(buffer);
+    writer->Begin();
+  }
+
+  void BeginFile() override { writer->Begin(); }
+
+  void OnExchange(const plugin::Exchange& exchange) override {
+    ++delivered;
+    if (!where.Holds(exchange)) return;
+    ++shown;
+    writer->Write(exchange);
+  }
+
+ private:
+  std::unique_ptr<output::RecordWriter> MakeWriter(output::Buffer* buffer) const {
+    const std::string format = ChooseFormat(options);
+    if (format == "table") {
+      output::TableSettings settings;
+      if (WritesToTerminal(options)) settings = {TerminalWidth(STDOUT_FILENO), WantsColours(STDOUT_FILENO)};
+      return MakeTableWriter(buffer, columns, settings);
+    }
+    const output::ColumnList all = columns.empty() ? output::EveryColumn() : columns;
+    return format == "csv" ? MakeCsvWriter(buffer, all) : MakeJsonWriter(buffer, all);
+  }
+
+  const Options& options;
+  output::Where where;
+  output::ColumnList columns;
+  std::unique_ptr<output::RecordWriter> writer;
+};
+
+}  // namespace
+
+// What read and live have in common.
+void AddRecordOptions(CLI::App* app, Options* options) {
+  AddOutputOptions(app, options, {"table", "json", "csv"},
+                   "table (usual on a terminal), json (usual elsewhere) or csv");
+  app->add_option("--columns", options->columns, "the columns to write, in this order")->type_name("A,B,...");
+  AddWhereOption(app, options);
+}
+
+void AddReadOptions(CLI::App* app, Options* options) {
+  AddFileOptions(app, options);
+  AddInputOptions(app, options);
+  AddRecordOptions(app, options);
+}
+
+void AddLiveOptions(CLI::App* app, Options* options) {
+  AddInterfaceOptions(app, options);
+  AddInputOptions(app, options);
+  AddRecordOptions(app, options);
+}
+
+int RunRead(const Options& options) {
+  RecordPrinter printer(options);
+  return RunCaptures(options, &printer);
+}
+
+int RunLiveRead(const Options& options) {
+  RecordPrinter printer(options);
+  return RunLive(options, &printer);
+}
+
+}  // namespace cli

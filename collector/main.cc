@@ -1,0 +1,3 @@
+#include "collector/cli/commands.h"
+
+int main(int argc, char** argv) { return cli::Main(argc, argv); }

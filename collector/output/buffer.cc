@@ -1,0 +1,94 @@
+#include "collector/output/buffer.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+namespace output {
+namespace {
+
+std::string Reason(int error) { return std::generic_category().message(error); }
+
+int Create(const std::string& path) {
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  if (fd < 0) throw std::runtime_error(path + ": " + Reason(errno));
+  return fd;
+}
+
+}  // namespace
+
+Buffer::Buffer(int descriptor, std::string descriptor_name, size_t capacity)
+    : fd(descriptor),
+      name(std::move(descriptor_name)),
+      size(capacity),
+      memory(new char[capacity]),
+      free(memory.get()),
+      limit(free + capacity) {}
+
+Buffer::Buffer(const std::string& path) : Buffer(Create(path), path) { owned = true; }
+
+Buffer::~Buffer() { Close(); }
+
+void Buffer::Write(const std::string& record) {
+  Commit(std::copy(record.begin(), record.end(), Room(record.size())));
+}
+
+void Buffer::MakeRoom(size_t bytes) {
+  Flush();
+  if (bytes <= size) return;
+  size = std::max(bytes, 2 * size);
+  memory.reset(new char[size]);
+  free = memory.get();
+  limit = free + size;
+}
+
+bool Buffer::WaitWritable() const {
+  pollfd waiting{fd, POLLOUT, 0};
+  return poll(&waiting, 1, -1) >= 0 || errno == EINTR;
+}
+
+void Buffer::Flush() {
+  const char* at = memory.get();
+  while (good && at != free) {
+    const ssize_t written = write(fd, at, static_cast<size_t>(free - at));
+    if (written >= 0) {
+      at += written;
+      continue;
+    }
+    if (errno == EINTR || (errno == EAGAIN && WaitWritable())) continue;
+    Fail(errno);
+  }
+  free = memory.get();
+}
+
+bool Buffer::Reopen() {
+  if (!owned) return false;
+  Close();
+  if (!good) return false;
+  fd = open(name.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0666);
+  if (fd < 0) {
+    Fail(errno);
+    return false;
+  }
+  owned = true;
+  return lseek(fd, 0, SEEK_END) == 0;
+}
+
+void Buffer::Close() {
+  Flush();
+  if (owned && close(fd) != 0 && good) Fail(errno);
+  owned = false;
+}
+
+void Buffer::Fail(int error) {
+  good = false;
+  if (error != EPIPE) problem = name + ": " + Reason(error);
+}
+
+}  // namespace output

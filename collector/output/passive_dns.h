@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "collector/output/buffer.h"
+
+namespace output {
+
+// Which names had which addresses, and when: the mappings that the parser found in answers, each once. Bounded:
+// once the list is full, mappings that are not in it are counted and left out.
+class PassiveDns {
+ public:
+  struct Mapping {
+    std::string name;      // of the address, as the parser gave it
+    std::string question;  // what was asked; empty for a reverse look-up
+    uint32_t ipv4 = 0;     // in network order in memory
+    bool reverse = false;  // from a PTR record
+    int64_t first_ns = 0;
+    int64_t last_ns = 0;
+    uint64_t count = 0;
+  };
+
+  explicit PassiveDns(size_t most_mappings = size_t{1} << 20) : capacity(most_mappings) {}
+
+  // `query_name` is null for a reverse look-up.
+  void Add(const char* query_name, const char* name, uint32_t ipv4, int64_t time_ns);
+
+  // By name, question and address.
+  std::vector<const Mapping*> All() const;
+  uint64_t dropped() const { return not_kept; }
+
+ private:
+  size_t capacity;
+  uint64_t not_kept = 0;
+  std::unordered_map<std::string, Mapping> mappings;
+  std::string key;  // of the mapping at hand
+};
+
+// One JSON object a line in the passive DNS common output format (draft-dulaunoy-dnsop-passive-dns-cof): rrname,
+// rrtype, rdata, time_first, time_last (seconds since the epoch), count. `question` is added where it differs from
+// rrname.
+void WritePassiveDnsJson(const PassiveDns& list, Buffer* buffer);
+
+// The same for people.
+void WritePassiveDnsTable(const PassiveDns& list, Buffer* buffer);
+
+}  // namespace output

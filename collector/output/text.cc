@@ -1,0 +1,242 @@
+#include "collector/output/text.h"
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <chrono>
+
+namespace output {
+namespace {
+
+// What a byte needs to become printable.
+enum Kind : uint8_t { kAsIs, kDot, kQuote, kBackslash, kNotPrintable };
+
+constexpr std::array<uint8_t, 256> MakeKinds() {
+  std::array<uint8_t, 256> kinds{};
+  for (unsigned byte = 0; byte < 256; ++byte) {
+    kinds[byte] = byte < 0x20 || byte > 0x7e ? kNotPrintable : kAsIs;
+  }
+  kinds['.'] = kDot;
+  kinds['"'] = kQuote;
+  kinds['\\'] = kBackslash;
+  return kinds;
+}
+constexpr std::array<uint8_t, 256> kKinds = MakeKinds();
+
+char* PutBackslash(char* out, Style style) {
+  *out++ = '\\';
+  if (style == Style::kJson) *out++ = '\\';
+  return out;
+}
+
+[[gnu::noinline]] char* PutSpecial(char* out, uint8_t byte, uint8_t kind, Style style) {
+  switch (kind) {
+    case kQuote:
+      if (style == Style::kJson) *out++ = '\\';
+      *out++ = '"';
+      return out;
+    case kBackslash:
+      return PutBackslash(PutBackslash(out, style), style);
+    case kDot:
+      out = PutBackslash(out, style);
+      *out++ = '.';
+      return out;
+    default:
+      return PutPadded(PutBackslash(out, style), byte, 3);
+  }
+}
+
+// Eight bytes at a time (Mycroft's trick): a word of ones where a byte is zero, possibly above it as well.
+constexpr uint64_t kOnes = 0x0101010101010101;
+constexpr uint64_t kHighBits = 0x8080808080808080;
+constexpr uint64_t ZeroBytes(uint64_t word) { return (word - kOnes) & ~word & kHighBits; }
+constexpr uint64_t BytesEqual(uint64_t word, uint8_t byte) { return ZeroBytes(word ^ (kOnes * byte)); }
+
+// False when all eight bytes may stay as they are.
+template <uint8_t plain>
+bool MayNeedEscapes(uint64_t word) {
+  const uint64_t below_space = (word - kOnes * 0x20) & ~word & kHighBits;
+  uint64_t found =
+      (word & kHighBits) | below_space | BytesEqual(word, 0x7f) | BytesEqual(word, '"') | BytesEqual(word, '\\');
+  if (plain == kAsIs) found |= BytesEqual(word, '.');
+  return found != 0;
+}
+
+// Bytes whose kind is at most `plain` stay as they are.
+template <uint8_t plain>
+char* PutEscapedSlowly(char* out, const char* from, size_t size, Style style) {
+  for (const char* const end = from + size; from != end; ++from) {
+    const auto byte = static_cast<uint8_t>(*from);
+    const uint8_t kind = kKinds[byte];
+    if (kind <= plain) [[likely]] {
+      *out++ = *from;
+    } else {
+      out = PutSpecial(out, byte, kind, style);
+    }
+  }
+  return out;
+}
+
+template <uint8_t plain>
+char* PutEscaped(char* out, std::string_view bytes, Style style) {
+  const char* from = bytes.data();
+  size_t left = bytes.size();
+  for (; left >= sizeof(uint64_t); from += sizeof(uint64_t), left -= sizeof(uint64_t)) {
+    uint64_t word;
+    std::memcpy(&word, from, sizeof word);
+    if (MayNeedEscapes<plain>(word)) {
+      out = PutEscapedSlowly<plain>(out, from, sizeof word, style);
+    } else {
+      std::memcpy(out, &word, sizeof word);
+      out += sizeof word;
+    }
+  }
+  return PutEscapedSlowly<plain>(out, from, left, style);
+}
+
+// All numbers of two digits, one behind the other.
+constexpr std::array<char, 200> MakePairs() {
+  std::array<char, 200> pairs{};
+  for (size_t i = 0; i < 100; ++i) {
+    pairs[2 * i] = static_cast<char>('0' + i / 10);
+    pairs[2 * i + 1] = static_cast<char>('0' + i % 10);
+  }
+  return pairs;
+}
+constexpr std::array<char, 200> kPairs = MakePairs();
+
+char* PutPair(char* out, uint64_t below_100) {
+  std::memcpy(out, &kPairs[2 * below_100], 2);
+  return out + 2;
+}
+
+char* PutFourDigits(char* out, uint64_t value) { return PutPair(PutPair(out, value / 100), value % 100); }
+
+char* PutDigit(char* out, uint64_t value) {
+  *out = static_cast<char>('0' + value);
+  return out + 1;
+}
+
+// Without leading zeros.
+char* PutUnsigned(char* out, uint64_t value) {
+  if (value < 10) return PutDigit(out, value);
+  if (value < 100) return PutPair(out, value);
+  if (value < 1000) return PutPair(PutDigit(out, value / 100), value % 100);
+  if (value < 10000) return PutFourDigits(out, value);
+  return PutFourDigits(PutUnsigned(out, value / 10000), value % 10000);
+}
+
+char* PutIpv4(char* out, const uint8_t* octets) {
+  out = PutUnsigned(out, octets[0]);
+  for (int i = 1; i < 4; ++i) {
+    *out++ = '.';
+    out = PutUnsigned(out, octets[i]);
+  }
+  return out;
+}
+
+struct Run {
+  int begin = -1;
+  int length = 0;
+};
+
+// The longest run of zero groups, the first of equals; a single group is no run (RFC 5952 4.2).
+Run LongestZeroRun(const std::array<uint16_t, 8>& groups) {
+  Run longest;
+  for (int i = 0; i < 8; ++i) {
+    int end = i;
+    while (end < 8 && groups[static_cast<size_t>(end)] == 0) ++end;
+    if (end - i > longest.length && end - i > 1) longest = {i, end - i};
+    if (end > i) i = end;
+  }
+  return longest;
+}
+
+char* PutIpv6(char* out, const uint8_t* octets) {
+  std::array<uint16_t, 8> groups;
+  for (size_t i = 0; i < 8; ++i) groups[i] = static_cast<uint16_t>(octets[2 * i] << 8 | octets[2 * i + 1]);
+  const Run zeros = LongestZeroRun(groups);
+  // IPv4-mapped addresses show their IPv4 part (RFC 5952 5).
+  if (zeros.begin == 0 && zeros.length == 5 && groups[5] == 0xffff) {
+    return PutIpv4(PutText(out, "::ffff:"), octets + 12);
+  }
+  for (int i = 0; i < 8; ++i) {
+    if (i == zeros.begin) {
+      out = PutText(out, "::");
+      i += zeros.length - 1;
+      continue;
+    }
+    if (i > 0 && i != zeros.begin + zeros.length) *out++ = ':';
+    out = std::to_chars(out, out + 4, groups[static_cast<size_t>(i)], 16).ptr;
+  }
+  return out;
+}
+
+}  // namespace
+
+char* PutInteger(char* out, int64_t value) {
+  auto rest = static_cast<uint64_t>(value);
+  if (value < 0) {
+    *out++ = '-';
+    rest = 0 - rest;
+  }
+  return PutUnsigned(out, rest);
+}
+
+char* PutPadded(char* out, uint64_t value, int digits) {
+  for (char* at = out + digits; at != out; value /= 10) *--at = static_cast<char>('0' + value % 10);
+  return out + digits;
+}
+
+char* PutAddress(char* out, const packet::Address& address) {
+  if (address.version == 4) return PutIpv4(out, address.octets.data());
+  if (address.version == 6) return PutIpv6(out, address.octets.data());
+  return out;
+}
+
+char* PutBytes(char* out, std::string_view bytes, Style style) { return PutEscaped<kDot>(out, bytes, style); }
+char* PutLabel(char* out, std::string_view label, Style style) { return PutEscaped<kAsIs>(out, label, style); }
+
+char* PutTime(char* out, int64_t time_ns) {
+  using namespace std::chrono;
+  int64_t whole = time_ns / 1000000000;
+  int64_t rest = time_ns % 1000000000;
+  if (rest < 0) {  // before 1970: the second that the instant lies in began earlier
+    rest += 1000000000;
+    --whole;
+  }
+  const auto day = floor<days>(seconds(whole));
+  const year_month_day date{sys_days(day)};
+  const auto second = static_cast<uint64_t>((seconds(whole) - day).count());
+  out = PutPadded(out, static_cast<uint64_t>(static_cast<int>(date.year())), 4);
+  out = PutPadded(PutText(out, "-"), static_cast<unsigned>(date.month()), 2);
+  out = PutPadded(PutText(out, "-"), static_cast<unsigned>(date.day()), 2);
+  out = PutPadded(PutText(out, " "), second / 3600, 2);
+  out = PutPadded(PutText(out, ":"), second / 60 % 60, 2);
+  out = PutPadded(PutText(out, ":"), second % 60, 2);
+  return PutPadded(PutText(out, "."), static_cast<uint64_t>(rest) / 1000, 6);
+}
+
+char* PutMilliseconds(char* out, int64_t microseconds) {
+  auto rest = static_cast<uint64_t>(microseconds);
+  if (microseconds < 0) {
+    *out++ = '-';
+    rest = 0 - rest;
+  }
+  out = PutInteger(out, static_cast<int64_t>(rest / 1000));
+  return PutPadded(PutText(out, "."), rest % 1000, 3);
+}
+
+std::string Printable(std::string_view bytes) {
+  std::string text(bytes.size() * kLongestEscape, '\0');
+  const char* end = PutBytes(text.data(), bytes, Style::kPlain);
+  text.resize(static_cast<size_t>(end - text.data()));
+  return text;
+}
+
+std::string TimeText(int64_t time_ns) {
+  char text[kLongestTime];
+  return std::string(text, PutTime(text, time_ns));
+}
+
+}  // namespace output

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <doctest/doctest.h>
+
+#include <string>
+
+#include "collector/plugin/testdata/session_bench.h"
+#include "tests/support/dns_builder.h"
+
+namespace plugin {
+
+// A session with the real parser.
+class ParserBench : public SessionBench {
+ public:
+  ParserBench() : SessionBench(DNS_PARSER) {}
+  ParserBench(const std::string& key, const std::string& value) : SessionBench(DNS_PARSER, {{key, value}}) {}
+};
+
+inline support::Message Ask(unsigned id, const support::Name& name = "aa.bb", uint16_t type = support::kA) {
+  return support::Query(id).Question(name, type);
+}
+
+inline support::Message Reply(unsigned id, const support::Name& name = "aa.bb", uint16_t type = support::kA) {
+  return support::Response(id).Question(name, type);
+}
+
+// A question of class IN as exchanges show it.
+inline std::string QuestionWire(const support::Name& name, uint16_t type) {
+  return name.Wire() + support::U16(type) + support::U16(support::kIn);
+}
+
+// Holds at any time.
+inline void CheckSums(const MessageCounts& counts) {
+  CHECK(counts.queries ==
+        counts.begun + counts.duplicates + counts.table_full + counts.query_ignored + counts.query_refused);
+  CHECK(counts.responses ==
+        counts.answered + counts.unsolicited + counts.response_ignored + counts.response_refused);
+  CHECK(counts.malformed <= counts.answered);
+  CHECK(counts.retransmits <= counts.duplicates);
+}
+
+}  // namespace plugin
