@@ -70,7 +70,7 @@ struct FlowTable::State : StreamOutput {
   bool MakeRoom();
   Flow* LongestIdle() const;
   Sender SenderByPort(const packet::Datagram& datagram) const;
-  void Orient(Flow* flow, bool from_local, Sender sender);
+  void Orient(Flow* flow, bool from_local, Sender sender) const;
   void OnStreamMessage(Flow* flow, bool from_local, const CutMessage& message) override;
 
   IndexList* ListOf(Place place);
@@ -257,7 +257,7 @@ Sender FlowTable::State::SenderByPort(const packet::Datagram& datagram) const {
 }
 
 // Once per flow. Whoever is not known to be the server is the client.
-void FlowTable::State::Orient(Flow* flow, bool from_local, Sender sender) {
+void FlowTable::State::Orient(Flow* flow, bool from_local, Sender sender) const {
   if (from_local == (sender == Sender::kServer)) SwapEndpoints(flow);
   flow->descriptor.client_side = kClientIsLocal;
   flow->oriented = true;

@@ -12,7 +12,7 @@ struct HashSeed {
 };
 HashSeed ProcessSeed();
 
-__extension__ typedef unsigned __int128 Uint128;
+__extension__ using Uint128 = unsigned __int128;
 
 // Both halves of the product, folded: every bit of the result depends on every bit of both words.
 inline uint64_t Mix(uint64_t a, uint64_t b) {

@@ -28,8 +28,8 @@ class Surrogates {
   static constexpr uint32_t kNone = 0;  // 0.0.0.0 is no surrogate
   static constexpr size_t kMost = size_t{1} << 28;
 
-  // At most `limit` endpoints at a time, and never more than kMost.
-  explicit Surrogates(size_t limit);
+  // At most `most` endpoints at a time, and never more than kMost.
+  explicit Surrogates(size_t most);
 
   // Whether an address of version 4 needs a surrogate of its own, because it could be mistaken for one.
   static bool IsInRange(uint32_t ipv4) {
