@@ -157,6 +157,7 @@ class DNSParser : public ITimedProtocolParser {
   void AttachString(ExtendedEndRequest* record, const char* key, std::string_view value);
   void DetachStrings(ExtendedEndRequest* record);
   void Forget(QueryTable::iterator entry);
+  void Retire(QueryTable::node_type&& entry);  // keeps its memory for another query
 
   void ExpireBefore(Timestamp<1000000> cutoff);
   void Expire(QueryTable::iterator entry);

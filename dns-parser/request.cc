@@ -150,7 +150,7 @@ void DNSParser::RecordQuery(const Incoming& request, uint16_t qid, bool dnssec_o
   // An equal key that is open already stands, on purpose: the older query's time and text are what its response
   // is measured against. The host still hears of a begun request, whose number then matches no open query.
   auto inserted = open_queries.insert(std::move(entry));
-  if (!inserted.inserted) spare_queries.Give(std::move(inserted.node));
+  if (!inserted.inserted) Retire(std::move(inserted.node));
   earliest_start = std::min(earliest_start, request.time);
   const auto size = static_cast<int32_t>(open_queries.size());
   if (size > max_open_queries_seen) max_open_queries_seen = size;

@@ -188,8 +188,10 @@ void DNSParser::DetachStrings(ExtendedEndRequest* record) {
   }
 }
 
-void DNSParser::Forget(QueryTable::iterator entry) {
-  Recycle(&entry->second.types);
-  Recycle(&entry->second.names);
-  spare_queries.Give(open_queries.extract(entry));
+void DNSParser::Forget(QueryTable::iterator entry) { Retire(open_queries.extract(entry)); }
+
+void DNSParser::Retire(QueryTable::node_type&& entry) {
+  Recycle(&entry.mapped().types);
+  Recycle(&entry.mapped().names);
+  spare_queries.Give(std::move(entry));
 }

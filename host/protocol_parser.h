@@ -15,8 +15,9 @@ struct CollectorExports;
 inline constexpr int kParserApiVersion = 5;
 
 // What a host calls. One parser must never be entered from two threads at once, and calls are serialised
-// across all parsers of one library: they share static text buffers. The library starts no threads, and lets
-// exceptions (its own out-of-memory, or anything a callback throws) pass through to the caller.
+// across all parsers of one library: they share static text buffers. Neither a callback nor the sink may call
+// into the parser that is calling it: the record and the texts in its hands would change. The library starts no
+// threads, and lets exceptions (its own out-of-memory, or anything a callback throws) pass through to the caller.
 class IProtocolParser {
  public:
   // Returns 1. Opening and closing a stream needs no action: the parser keeps nothing per stream.
