@@ -3,14 +3,18 @@
 #include <algorithm>
 #include <limits>
 #include <new>
+#include <string>
 #include <utility>
 
 namespace capture {
 
-GzipStream::GzipStream(std::unique_ptr<ByteStream> packed_stream) : source(std::move(packed_stream)) {
-  constexpr size_t kPackedBytes = 65536;
+namespace {
+constexpr size_t kWindow = 65536;
+}
+
+GzipStream::GzipStream(std::unique_ptr<ByteStream> packed_stream)
+    : UnpackingStream(std::move(packed_stream), kWindow) {
   constexpr int kGzipOnly = 16;
-  packed.resize(kPackedBytes);
   if (inflateInit2(&state, MAX_WBITS + kGzipOnly) != Z_OK) throw std::bad_alloc();
 }
 
@@ -18,15 +22,18 @@ GzipStream::~GzipStream() { inflateEnd(&state); }
 
 size_t GzipStream::Read(uint8_t* buffer, size_t size) {
   const auto room = static_cast<uInt>(std::min<size_t>(size, std::numeric_limits<uInt>::max()));
-  while (!ended) {
+  while (!Ended()) {
     if (!in_member && !BeginMember()) break;
     if (!more_output && !HaveInput()) {
       Fail("the gzip data are cut off");
       break;
     }
+    state.next_in = Input();
+    state.avail_in = static_cast<uInt>(InputSize());
     state.next_out = buffer;
     state.avail_out = room;
     const int result = inflate(&state, Z_NO_FLUSH);
+    Consume(InputSize() - state.avail_in);
     more_output = state.avail_out == 0;
     Note(result);
     if (const uInt count = room - state.avail_out; count > 0) return count;
@@ -34,18 +41,11 @@ size_t GzipStream::Read(uint8_t* buffer, size_t size) {
   return 0;
 }
 
-bool GzipStream::HaveInput() {
-  if (state.avail_in > 0) return true;
-  state.next_in = packed.data();
-  state.avail_in = static_cast<uInt>(source->Read(packed.data(), packed.size()));
-  return state.avail_in > 0;
-}
-
 // Zeros may follow the last member: tapes and block devices fill up with them.
 bool GzipStream::BeginMember() {
   constexpr uint8_t kFirstMagic = 0x1f;
   while (HaveInput()) {
-    const uint8_t first = *state.next_in;
+    const uint8_t first = *Input();
     if (first == kFirstMagic || members == 0) {
       in_member = inflateReset(&state) == Z_OK;
       ++members;
@@ -55,11 +55,9 @@ bool GzipStream::BeginMember() {
       Fail("something else stands behind the gzip data");
       return false;
     }
-    ++state.next_in;
-    --state.avail_in;
+    Consume(1);
   }
-  damage = source->Damage();
-  ended = true;
+  End();
   return false;
 }
 
@@ -70,13 +68,6 @@ void GzipStream::Note(int result) {
   } else if (result != Z_OK && result != Z_BUF_ERROR) {  // Z_BUF_ERROR: there was nothing left to put out
     Fail(std::string("the gzip data are damaged (") + (state.msg != nullptr ? state.msg : zError(result)) + ")");
   }
-}
-
-// A source that failed is the reason for whatever is missing.
-void GzipStream::Fail(const std::string& what) {
-  damage = source->Damage();
-  if (damage.empty()) damage = what;
-  ended = true;
 }
 
 }  // namespace capture

@@ -2,46 +2,21 @@
 
 #include <doctest/doctest.h>
 
-#include <memory>
 #include <string>
 
-#include "tests/support/captured.h"
 #include "tests/support/compress.h"
 #include "tests/support/pcap_writer.h"
+#include "tests/support/unpack.h"
 
 namespace {
 
+using test::Sample;
+using test::Unpacked;
 using test::Zstd;
-
-struct Unpacked {
-  std::string bytes;
-  std::string damage;
-};
 
 Unpacked Unpack(const std::string& packed, size_t piece = SIZE_MAX, size_t room = 65536,
                 const std::string& source_damage = {}) {
-  auto source = std::make_unique<test::PiecewiseStream>(packed, piece);
-  source->damage = source_damage;
-  capture::ZstdStream stream(std::move(source));
-  Unpacked unpacked;
-  std::string buffer(room, '\0');
-  while (const size_t count = stream.Read(reinterpret_cast<uint8_t*>(buffer.data()), buffer.size())) {
-    unpacked.bytes.append(buffer, 0, count);
-  }
-  unpacked.damage = stream.Damage();
-  return unpacked;
-}
-
-// Half noise, half not: compresses to about a half.
-std::string Sample(size_t size) {
-  std::string text;
-  uint32_t noise = 1;
-  while (text.size() < size) {
-    noise = noise * 1664525 + 1013904223;
-    text.push_back(static_cast<char>(noise >> 24));
-    text.push_back('x');
-  }
-  return text;
+  return test::Unpack<capture::ZstdStream>(packed, piece, room, source_damage);
 }
 
 constexpr size_t kBlock = 128 * 1024;
