@@ -12,6 +12,7 @@
 #include "collector/cli/help_formatter.h"
 #include "collector/cli/interrupt.h"
 #include "collector/cli/run.h"
+#include "collector/cli/suggestion.h"
 #include "collector/cli/usage_error.h"
 #include "host/protocol_parser.h"
 
@@ -85,7 +86,7 @@ std::unique_ptr<CLI::App> MakeApp(Options* options) {
   auto app = std::make_unique<CLI::App>("Pairs DNS queries with their responses.", "dnspair");
   app->formatter(std::make_shared<HelpFormatter>());
   app->require_subcommand(1);
-  app->footer("'dnspair COMMAND --help' says more, with examples.");
+  app->footer("'dnspair help COMMAND' says more, with examples.");
   app->set_version_flag("--version", VersionText(),
                         "the version of the program, its plug-in interface and libpcap");
   for (const Command& command : AllCommands()) {
@@ -104,17 +105,49 @@ const Command* FindCommand(const std::string& name) {
   return found == commands.end() ? nullptr : &*found;
 }
 
+std::string CommandNames() {
+  std::string names;
+  for (const Command& command : AllCommands()) names.append(names.empty() ? "" : ", ").append(command.name);
+  return names;
+}
+
+std::string DidYouMean(const std::string& suggestion) { return "; did you mean '" + suggestion + "'?"; }
+
+const Command* NeedCommand(const std::string& name) {
+  if (const Command* command = FindCommand(name)) return command;
+  std::vector<std::string> known = {"help"};
+  for (const Command& command : AllCommands()) known.emplace_back(command.name);
+  const std::string near = Suggestion(name, known);
+  throw UsageError("there is no command '" + name + "'" +
+                   (near.empty() ? " (only " + CommandNames() + ")" : DidYouMean(near)));
+}
+
+// "help" and "help COMMAND" in the words of the options.
+std::vector<std::string> WithoutHelpCommand(const std::vector<std::string>& arguments) {
+  if (arguments.empty() || arguments.front() != "help") return arguments;
+  if (arguments.size() == 1 || arguments[1] == "help") return {"--help"};
+  if (arguments[1].starts_with('-')) return {arguments[1]};
+  return {NeedCommand(arguments[1])->name, "--help"};
+}
+
+// What is wrong with the first argument that the command has no use for.
+std::string UnknownArgument(const CLI::App& app, const std::vector<std::string>& arguments) {
+  const std::string& argument = arguments.front();
+  if (!argument.starts_with('-')) return "the argument '" + argument + "' has no place here";
+  const std::string option = argument.substr(0, argument.find('='));
+  std::vector<std::string> known;
+  for (const CLI::Option* each : app.get_options()) {
+    for (const std::string& name : each->get_lnames()) known.push_back("--" + name);
+  }
+  const std::string near = Suggestion(option, known);
+  return "there is no option '" + option + "'" + (near.empty() ? "" : DidYouMean(near));
+}
+
 // The command stands first, so that an option of it cannot be taken for one of the program. Null when the first
 // argument is an option of the program; UsageError when it is neither.
 const Command* ChooseCommand(const CommandLine& line) {
-  std::string names;
-  for (const Command& command : AllCommands()) names.append(names.empty() ? "" : ", ").append(command.name);
-  if (line.arguments.empty()) throw UsageError("no command given (one of " + names + ")");
-  const std::string& first = line.arguments.front();
-  if (first.starts_with('-')) return nullptr;
-  const Command* command = FindCommand(first);
-  if (command == nullptr) throw UsageError("there is no command '" + first + "' (only " + names + ")");
-  return command;
+  if (line.arguments.empty()) throw UsageError("no command given (one of " + CommandNames() + ")");
+  return line.arguments.front().starts_with('-') ? nullptr : NeedCommand(line.arguments.front());
 }
 
 int RunCommand(const Command& command, const Options& options) {
@@ -144,6 +177,7 @@ int Main(int argc, char** argv) {
   options.filter = line.filter;
   std::string help_of = "dnspair";
   try {
+    line.arguments = WithoutHelpCommand(line.arguments);
     const Command* command = ChooseCommand(line);
     if (command != nullptr) help_of.append(" ").append(command->name);
     // One set of options for all commands: they write to the same place, and only one command is chosen.
@@ -153,10 +187,14 @@ int Main(int argc, char** argv) {
       app->parse(line.arguments);
     } catch (const CLI::Success& success) {
       return app->exit(success);
+    } catch (const CLI::ParseError& error) {
+      const CLI::App& at = command == nullptr ? *app : *app->get_subcommand(command->name);
+      const std::vector<std::string> unknown = at.remaining(true);
+      const bool unexpected = command == nullptr || error.get_name() == "ExtrasError";
+      throw UsageError(unexpected && !unknown.empty() ? UnknownArgument(at, unknown) : error.what());
     }
+    if (command == nullptr) throw UsageError("the command has to stand first (one of " + CommandNames() + ")");
     return RunCommand(*command, options);
-  } catch (const CLI::ParseError& error) {
-    return UsageProblem(error.what(), help_of);
   } catch (const UsageError& error) {
     return UsageProblem(error.what(), help_of);
   }

@@ -18,9 +18,9 @@ void CheckRefused(const std::vector<std::string>& arguments, const std::string& 
 
 TEST_CASE("wrong usage is one line, a hint and exit code 2") {
   CheckRefused({}, "no command given (one of read, live, summary, names)", "dnspair");
-  CheckRefused({"raed"}, "there is no command 'raed' (only read, live, summary, names)", "dnspair");
+  CheckRefused({"frobnicate"}, "there is no command 'frobnicate' (only read, live, summary, names)", "dnspair");
   CheckRefused({"read"}, "FILE is required", "dnspair read");
-  CheckRefused({"read", "x", "--colour"}, "The following argument was not expected: --colour", "dnspair read");
+  CheckRefused({"read", "x", "--colour"}, "there is no option '--colour'", "dnspair read");
   CheckRefused({"read", "x", "--format", "xml"}, "--format: xml not in {table,json,csv}", "dnspair read");
   CheckRefused({"summary", "x", "--format", "csv"}, "--format: csv not in {table,json}", "dnspair summary");
   CheckRefused({"read", "x", "--port", "0"}, "--port: Value 0 not in range 1 to 65535", "dnspair read");
@@ -29,8 +29,29 @@ TEST_CASE("wrong usage is one line, a hint and exit code 2") {
   CheckRefused({"read", "x", "--columns", "a"}, "--columns: there is no column 'a'", "dnspair read");
   CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': there is no column 'a'", "dnspair read");
   CheckRefused({"live"}, "--interface is required", "dnspair live");
-  CheckRefused({"names", "x", "--where", "a=b"}, "The following argument was not expected: --where",
-               "dnspair names");
+  CheckRefused({"names", "x", "--where", "a=b"}, "there is no option '--where'", "dnspair names");
+}
+
+TEST_CASE("a word that is nearly right is suggested") {
+  CheckRefused({"raed"}, "there is no command 'raed'; did you mean 'read'?", "dnspair");
+  CheckRefused({"help", "sumary"}, "there is no command 'sumary'; did you mean 'summary'?", "dnspair");
+  CheckRefused({"hlep"}, "there is no command 'hlep'; did you mean 'help'?", "dnspair");
+  CheckRefused({"read", "x", "--colums=qname"}, "there is no option '--colums'; did you mean '--columns'?",
+               "dnspair read");
+  CheckRefused({"--versoin"}, "there is no option '--versoin'; did you mean '--version'?", "dnspair");
+  CheckRefused({"live", "eth0", "-i", "eth1"}, "the argument 'eth0' has no place here", "dnspair live");
+}
+
+TEST_CASE("help can be asked for in three ways") {
+  CHECK(RunProgram({"help"}).out == RunProgram({"--help"}).out);
+  CHECK(RunProgram({"help", "help"}).out == RunProgram({"--help"}).out);
+  for (const Command& command : AllCommands()) {
+    const ChildResult asked = RunProgram({"help", command.name});
+    CHECK(asked.ExitCode() == 0);
+    CHECK(asked.err == "");
+    CHECK(asked.out == RunProgram({command.name, "--help"}).out);
+    CHECK(asked.out == RunProgram({command.name, "-h"}).out);
+  }
 }
 
 TEST_CASE("each command has help with an example of its own") {
