@@ -190,7 +190,8 @@ int Main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
       const CLI::App& at = command == nullptr ? *app : *app->get_subcommand(command->name);
       const std::vector<std::string> unknown = at.remaining(true);
-      const bool unexpected = command == nullptr || error.get_name() == "ExtrasError";
+      const bool unexpected =
+          command == nullptr || error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
       throw UsageError(unexpected && !unknown.empty() ? UnknownArgument(at, unknown) : error.what());
     }
     if (command == nullptr) throw UsageError("the command has to stand first (one of " + CommandNames() + ")");
