@@ -7,8 +7,10 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "collector/cli/completion.h"
 #include "collector/cli/help_formatter.h"
 #include "collector/cli/interrupt.h"
 #include "collector/cli/run.h"
@@ -82,22 +84,6 @@ int UsageProblem(const std::string& text, const std::string& help_of) {
   return kWrongUsage;
 }
 
-std::unique_ptr<CLI::App> MakeApp(Options* options) {
-  auto app = std::make_unique<CLI::App>("Pairs DNS queries with their responses.", "dnspair");
-  app->formatter(std::make_shared<HelpFormatter>());
-  app->require_subcommand(1);
-  app->footer("'dnspair help COMMAND' says more, with examples.");
-  app->set_version_flag("--version", VersionText(),
-                        "the version of the program, its plug-in interface and libpcap");
-  for (const Command& command : AllCommands()) {
-    CLI::App* sub = app->add_subcommand(command.name, command.summary);
-    sub->footer(std::string("An argument -- is followed by a filter expression as tcpdump takes it.\n\n") +
-                command.examples);
-    command.add_options(sub, options);
-  }
-  return app;
-}
-
 const Command* FindCommand(const std::string& name) {
   const auto commands = AllCommands();
   const auto found =
@@ -150,6 +136,14 @@ const Command* ChooseCommand(const CommandLine& line) {
   return line.arguments.front().starts_with('-') ? nullptr : NeedCommand(line.arguments.front());
 }
 
+// What the shells' completions ask for; see completion.h.
+int PrintCompletions(const std::vector<std::string>& words) {
+  Options options;
+  const std::unique_ptr<CLI::App> app = MakeApp(&options);
+  for (const std::string& line : Completions(*app, words)) std::puts(line.c_str());
+  return 0;
+}
+
 int RunCommand(const Command& command, const Options& options) {
   try {
     return command.run(options);
@@ -169,9 +163,26 @@ int RunCommand(const Command& command, const Options& options) {
 
 std::span<const Command> AllCommands() { return kCommands; }
 
+std::unique_ptr<CLI::App> MakeApp(Options* options) {
+  auto app = std::make_unique<CLI::App>("Pairs DNS queries with their responses.", "dnspair");
+  app->formatter(std::make_shared<HelpFormatter>());
+  app->require_subcommand(1);
+  app->footer("'dnspair help COMMAND' says more, with examples.");
+  app->set_version_flag("--version", VersionText(),
+                        "the version of the program, its plug-in interface and libpcap");
+  for (const Command& command : AllCommands()) {
+    CLI::App* sub = app->add_subcommand(command.name, command.summary);
+    sub->footer(std::string("An argument -- is followed by a filter expression as tcpdump takes it.\n\n") +
+                command.examples);
+    command.add_options(sub, options);
+  }
+  return app;
+}
+
 int Main(int argc, char** argv) {
   KeepStandardDescriptors();
   PrepareSignals();
+  if (argc > 1 && argv[1] == std::string_view("--complete")) return PrintCompletions({argv + 2, argv + argc});
   CommandLine line = Split(argc, argv);
   Options options;
   options.filter = line.filter;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <span>
 
 #include "collector/cli/options.h"
@@ -20,6 +21,9 @@ struct Command {
 };
 
 std::span<const Command> AllCommands();
+
+// The program's command line as CLI11 understands it; what it parses goes into the options.
+std::unique_ptr<CLI::App> MakeApp(Options* options);
 
 // The command line as a whole: prints what there is to print and returns the exit code.
 int Main(int argc, char** argv);

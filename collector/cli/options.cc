@@ -3,11 +3,15 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <sstream>
 
 #include "collector/cli/usage_error.h"
 
 namespace cli {
 namespace {
+
+constexpr std::array<std::string_view, 4> kPluginKeys = {"max_open_requests", "enable_dnssec", "enable_axfr",
+                                                         "request_timeout_s"};
 
 // An option that may be given several times, with one value each.
 CLI::Option* Repeated(CLI::Option* option) { return option->allow_extra_args(false); }
@@ -58,10 +62,17 @@ void AddInputOptions(CLI::App* app, Options* options) {
 void AddOutputOptions(CLI::App* app, Options* options, const std::vector<std::string>& formats,
                       const std::string& explanation) {
   app->add_option("--format", options->format, explanation)
-      ->check(CLI::IsMember(formats).description(""))
+      ->check(CLI::IsMember(formats).description("").name(CLI::detail::join(formats, ",")))
       ->type_name("FORMAT");
   app->add_option("-o,--output", options->output_file, "write there instead of to standard output")
       ->type_name("PATH");
+}
+
+std::vector<std::string> ChoicesOf(CLI::Option& option) {
+  std::vector<std::string> choices;
+  std::istringstream names(option.get_validator(0)->get_name());
+  for (std::string name; std::getline(names, name, ',');) choices.push_back(name);
+  return choices;
 }
 
 void AddWhereOption(CLI::App* app, Options* options) {
@@ -71,16 +82,16 @@ void AddWhereOption(CLI::App* app, Options* options) {
       ->type_name("CONDITION");
 }
 
+std::span<const std::string_view> PluginKeys() { return kPluginKeys; }
+
 std::map<std::string, std::string> PluginArguments(const std::vector<std::string>& settings,
                                                    std::vector<std::string>* unknown) {
-  static constexpr std::array<std::string_view, 4> kKnown = {"max_open_requests", "enable_dnssec", "enable_axfr",
-                                                             "request_timeout_s"};
   std::map<std::string, std::string> arguments;
   for (const std::string& setting : settings) {
     const size_t equals = setting.find('=');
     if (equals == std::string::npos || equals == 0) throw UsageError("--set: '" + setting + "' is not KEY=VALUE");
     const std::string key = setting.substr(0, equals);
-    if (std::find(kKnown.begin(), kKnown.end(), key) == kKnown.end()) unknown->push_back(key);
+    if (std::ranges::find(kPluginKeys, key) == kPluginKeys.end()) unknown->push_back(key);
     arguments[key] = setting.substr(equals + 1);
   }
   return arguments;

@@ -2,12 +2,15 @@
 
 #include <cstdint>
 #include <map>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace cli {
 
@@ -51,8 +54,14 @@ void AddInputOptions(CLI::App* app, Options* options);
 void AddOutputOptions(CLI::App* app, Options* options, const std::vector<std::string>& formats,
                       const std::string& explanation);
 
+// The formats that AddOutputOptions gave this option; none for another option.
+std::vector<std::string> ChoicesOf(CLI::Option& option);
+
 // --where.
 void AddWhereOption(CLI::App* app, Options* options);
+
+// The configuration keys that plug-ins of this interface know.
+std::span<const std::string_view> PluginKeys();
 
 // The plug-in's configuration, from KEY=VALUE texts. Throws UsageError for what has no key. Keys that no plug-in
 // of this interface knows are passed on, and named in `unknown`.
