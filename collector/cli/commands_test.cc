@@ -21,12 +21,14 @@ TEST_CASE("wrong usage is one line, a hint and exit code 2") {
   CheckRefused({"frobnicate"}, "there is no command 'frobnicate' (only read, live, summary, names)", "dnspair");
   CheckRefused({"read"}, "FILE is required", "dnspair read");
   CheckRefused({"read", "x", "--colour"}, "there is no option '--colour'", "dnspair read");
-  CheckRefused({"read", "x", "--format", "xml"}, "--format: xml not in {table,json,csv}", "dnspair read");
+  CheckRefused({"read", "x", "--format", "xml"}, "--format: xml not in {table,json,csv,ecs,zeek}", "dnspair read");
   CheckRefused({"summary", "x", "--format", "csv"}, "--format: csv not in {table,json}", "dnspair summary");
   CheckRefused({"read", "x", "--port", "0"}, "--port: Value 0 not in range 1 to 65535", "dnspair read");
   CheckRefused({"read", "x", "--set", "key"}, "--set: 'key' is not KEY=VALUE", "dnspair read");
   CheckRefused({"read", "x", "--set", "=value"}, "--set: '=value' is not KEY=VALUE", "dnspair read");
   CheckRefused({"read", "x", "--columns", "a"}, "--columns: there is no column 'a'", "dnspair read");
+  CheckRefused({"read", "x", "--columns", "qname", "--format", "ecs"},
+               "--columns: the format ecs has fields of its own", "dnspair read");
   CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': there is no column 'a'", "dnspair read");
   CheckRefused({"live"}, "--interface is required", "dnspair live");
   CheckRefused({"names", "x", "--where", "a=b"}, "there is no option '--where'", "dnspair names");

@@ -17,6 +17,7 @@ class RecordPrinter : public Consumer {
  public:
   explicit RecordPrinter(const Options& given)
       : options(given), where(ParseConditions(given)), columns(Understand("--columns", [&] {
+          RefuseColumns(given);
           return given.columns.empty() ? output::ColumnList() : output::ParseColumns(given.columns);
         })) {}
 
@@ -27,6 +28,8 @@ class RecordPrinter : public Consumer {
 
   void BeginFile() override { writer->Begin(); }
 
+  void EndFile() override { writer->Finish(); }
+
   void OnExchange(const plugin::Exchange& exchange) override {
     ++delivered;
     if (!where.Holds(exchange)) return;
@@ -35,6 +38,13 @@ class RecordPrinter : public Consumer {
   }
 
  private:
+  static void RefuseColumns(const Options& options) {
+    const bool fixed = options.format == "ecs" || options.format == "zeek";
+    if (fixed && !options.columns.empty()) {
+      throw std::runtime_error("the format " + options.format + " has fields of its own");
+    }
+  }
+
   std::unique_ptr<output::RecordWriter> MakeWriter(output::Buffer* buffer) const {
     const std::string format = ChooseFormat(options);
     if (format == "table") {
@@ -42,6 +52,8 @@ class RecordPrinter : public Consumer {
       if (WritesToTerminal(options)) settings = {TerminalWidth(STDOUT_FILENO), WantsColours(STDOUT_FILENO)};
       return MakeTableWriter(buffer, columns, settings);
     }
+    if (format == "ecs") return output::MakeEcsWriter(buffer);
+    if (format == "zeek") return output::MakeZeekWriter(buffer);
     const output::ColumnList all = columns.empty() ? output::EveryColumn() : columns;
     return format == "csv" ? MakeCsvWriter(buffer, all) : MakeJsonWriter(buffer, all);
   }
@@ -56,8 +68,10 @@ class RecordPrinter : public Consumer {
 
 // What read and live have in common.
 void AddRecordOptions(CLI::App* app, Options* options) {
-  AddOutputOptions(app, options, {"table", "json", "csv"},
-                   "table (usual on a terminal), json (usual elsewhere) or csv");
+  AddOutputOptions(
+      app, options, {"table", "json", "csv", "ecs", "zeek"},
+      "table (usual on a terminal), json (usual elsewhere), csv, ecs (Elastic Common Schema) or zeek (its "
+      "dns.log)");
   app->add_option("--columns", options->columns, "the columns to write, in this order")->type_name("A,B,...");
   AddWhereOption(app, options);
 }

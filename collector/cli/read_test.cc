@@ -168,6 +168,45 @@ TEST_CASE("the table is for people") {
         "NOERROR     2.000 [www.example => 192.0.2.80]");
 }
 
+TEST_CASE("the schema of others can be had for the same exchanges") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const auto records = JsonLines(RunProgram({"read", file.path, "--format", "ecs"}).out);
+  REQUIRE(records.size() == 4);
+  CHECK(records[0]["dns"]["answers"][0]["data"] == "192.0.2.80");
+  CHECK(records[1]["dns"]["response_code"] == "NXDOMAIN");
+  CHECK(records[2]["dnspair"]["status"] == "timeout");
+  CHECK(records[3]["event"]["outcome"] == "unknown");
+}
+
+TEST_CASE("a dns.log is whole: header, records, end") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const auto lines = Lines(RunProgram({"read", file.path, "--format", "zeek"}).out);
+  REQUIRE(lines.size() == 8 + 4 + 1);
+  CHECK(lines[0] == "#separator \\x09");
+  CHECK(lines[8].starts_with("1700000000.000000\tC"));
+  CHECK(lines[8].ends_with(
+      "\twww.example\t1\tC_INTERNET\t1\tA\t0\tNOERROR\tF\tF\tT\tT\t0\t192.0.2.80\t300.000000\tF"));
+  CHECK(lines[12].starts_with("#close\t"));
+}
+
+TEST_CASE("answers are read from TCP and from cut packets too") {
+  CaptureForTests capture;
+  const auto response = support::Response(1)
+                            .Question("www.example", kA)
+                            .Answer("www.example", A("192.0.2.80"))
+                            .Answer("www.example", A("192.0.2.81"));
+  const auto frame = [](const char* from, const char* to, uint16_t port, uint16_t to_port,
+                        const std::string& bytes) {
+    return support::Packet().Ethernet().Ipv4(from, to).Tcp(port, to_port).Payload(support::ToBytes(bytes));
+  };
+  capture.Frame(
+      0, frame("192.0.2.1", "192.0.2.2", 40000, 53, support::Query(1).Question("www.example", kA).TcpWire()));
+  capture.Frame(1, frame("192.0.2.2", "192.0.2.1", 53, 40000, response.TcpWire()));
+  const auto records = Records(capture.Bytes(), {"--format", "ecs"});
+  REQUIRE(records.size() == 1);
+  CHECK(records[0]["dns"]["resolved_ip"] == json({"192.0.2.80", "192.0.2.81"}));
+}
+
 TEST_CASE("the health line and the account stand on standard error") {
   const auto capture = SmallCapture();
   const test::TemporaryFile file(capture.Bytes());

@@ -133,6 +133,7 @@ class Run {
     pipeline.Finish();
     progress.Clear();
     consumer->End();
+    consumer->EndFile();
     buffer->Close();
 
     output::Account account = CurrentAccount();

@@ -24,6 +24,9 @@ class Consumer : public plugin::ExchangeListener {
   // The output is a new, empty file.
   virtual void BeginFile() {}
 
+  // The output's file is about to be finished; another may follow. After End comes the last one.
+  virtual void EndFile() {}
+
   // The input has ended: what was collected is written.
   virtual void End() {}
 

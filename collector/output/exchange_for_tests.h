@@ -74,6 +74,13 @@ struct ExchangeForTests : plugin::Exchange {
     question = question_bytes;
   }
 
+  // A response message to the one question.
+  void Respond(const std::string& message) {
+    response_bytes = message;
+    response = response_bytes;
+    response_records = 12 + question_bytes.size();
+  }
+
   void TimeOut() {
     status = plugin::Status::kTimeout;
     has_response = false;
@@ -87,6 +94,7 @@ struct ExchangeForTests : plugin::Exchange {
   packet::Address client_address = Ipv4(192, 0, 2, 1);
   packet::Address server_address = Ipv4(198, 51, 100, 53);
   packet::Encapsulation tags;
+  std::string response_bytes;
   std::string question_bytes = Question("www.example.com", 1);
 };
 

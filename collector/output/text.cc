@@ -38,10 +38,12 @@ char* PutBackslash(char* out, Style style) {
     case kBackslash:
       return PutBackslash(PutBackslash(out, style), style);
     case kDot:
+      if (style == Style::kHex) return PutHexEscape(out, '.');
       out = PutBackslash(out, style);
       *out++ = '.';
       return out;
     default:
+      if (style == Style::kHex) return PutHexEscape(out, static_cast<char>(byte));
       return PutPadded(PutBackslash(out, style), byte, 3);
   }
 }
@@ -186,6 +188,15 @@ char* PutInteger(char* out, int64_t value) {
 char* PutPadded(char* out, uint64_t value, int digits) {
   for (char* at = out + digits; at != out; value /= 10) *--at = static_cast<char>('0' + value % 10);
   return out + digits;
+}
+
+char* PutHexEscape(char* out, char character) {
+  static constexpr std::string_view kDigits = "0123456789abcdef";
+  const auto byte = static_cast<uint8_t>(character);
+  out = PutText(out, "\\x");
+  *out++ = kDigits[byte >> 4];
+  *out++ = kDigits[byte & 0xf];
+  return out;
 }
 
 char* PutAddress(char* out, const packet::Address& address) {

@@ -12,8 +12,9 @@
 // allocates, asks a locale or writes anything but printable ASCII.
 namespace output {
 
-// What the text is written for. Inside JSON, quotes and backslashes get a backslash in front.
-enum class Style : uint8_t { kPlain, kJson };
+// What the text is written for. Inside JSON, quotes and backslashes get a backslash in front. In a hexadecimal
+// text, what would be "\DDD" is "\xHH" instead, and so is a dot inside a label.
+enum class Style : uint8_t { kPlain, kJson, kHex };
 
 inline char* PutText(char* out, std::string_view text) {
   std::memcpy(out, text.data(), text.size());
@@ -55,6 +56,9 @@ char* PutPadded(char* out, uint64_t value, int digits);
 // kLongestAddress characters.
 char* PutAddress(char* out, const packet::Address& address);
 inline constexpr int kLongestAddress = 39;
+
+// "\x2e".
+char* PutHexEscape(char* out, char character);
 
 // Arbitrary bytes made printable: a backslash as "\\", bytes that are not printable ASCII as "\DDD" (decimal).
 // At most kLongestEscape characters a byte.

@@ -53,6 +53,11 @@ struct Exchange {
   int64_t bytes_query = 0;
   int64_t bytes_response = 0;
   std::string_view answers;  // the record's "Response" text, raw
+  // The response as it was captured, without the length prefix of TCP, and where its first record starts: 0 where
+  // that cannot be told. Empty without one.
+  std::string_view response;
+  size_t response_records = 0;
+
   int rrsigs = 0;            // the record's "NumRRSIGRecords", 0 where it has none
   bool rrsigs_known = false;
 

@@ -179,6 +179,8 @@ void Pairing::Answer(const Incoming& in, int consumed, OpenQuery* query) {
   exchange.has_response = true;
   exchange.response_time_ns = in.message.time_ns;
   exchange.response_flags = in.header.flags;
+  exchange.response = in.body;
+  exchange.response_records = questions.end;
   exchange.rcode = ExtendedRcode(in.body, in.header, questions.end);
   exchange.question_mismatch = in.header.questions != 0 && !SameQuestions(query->Question(), questions);
   exchange.cut = query->cut || IsCut(in.message);

@@ -31,31 +31,6 @@ size_t EndOfLabels(std::string_view message, size_t at) {
   return kNowhere;
 }
 
-// The offset behind a name, whose pointer is not followed. It may lie behind the message.
-size_t SkipName(std::string_view message, size_t at) {
-  const size_t end = EndOfLabels(message, at);
-  if (end == kNowhere) return kNowhere;
-  if (message[end] == 0) return end + 1;
-  return Byte(message, end) >= kPointerBits ? end + 2 : kNowhere;  // RFC 6891 5: other label types are gone
-}
-
-// Appends the name without its pointers (RFC 1035 4.1.4). False when it is broken or cut.
-bool AppendName(std::string_view message, size_t at, std::string* text) {
-  for (int pointers = 0; pointers <= kMaxPointers; ++pointers) {
-    const size_t end = EndOfLabels(message, at);
-    if (end == kNowhere) return false;
-    text->append(message.substr(at, end - at));
-    if (message[end] == 0) {
-      text->push_back('\0');
-      return true;
-    }
-    if (Byte(message, end) < kPointerBits || end + 2 > message.size()) return false;
-    at = Word(message, end) & 0x3fffU;
-    if (at < kHeaderSize) return false;
-  }
-  return false;
-}
-
 uint8_t Lower(char letter) {
   const auto byte = static_cast<uint8_t>(letter);
   return byte >= 'A' && byte <= 'Z' ? static_cast<uint8_t>(byte | 0x20U) : byte;
@@ -101,6 +76,30 @@ class RecordWalk {
 
 }  // namespace
 
+size_t SkipName(std::string_view message, size_t at) {
+  const size_t end = EndOfLabels(message, at);
+  if (end == kNowhere) return kNowhere;
+  if (message[end] == 0) return end + 1;
+  return Byte(message, end) >= kPointerBits ? end + 2 : kNowhere;  // RFC 6891 5: other label types are gone
+}
+
+bool AppendName(std::string_view message, size_t at, size_t longest, std::string* text) {
+  const size_t most = text->size() + longest;
+  for (int pointers = 0; pointers <= kMaxPointers; ++pointers) {
+    const size_t end = EndOfLabels(message, at);
+    if (end == kNowhere || text->size() + (end - at) >= most) return false;
+    text->append(message.substr(at, end - at));
+    if (message[end] == 0) {
+      text->push_back('\0');
+      return true;
+    }
+    if (Byte(message, end) < kPointerBits || end + 2 > message.size()) return false;
+    at = Word(message, end) & 0x3fffU;
+    if (at < kHeaderSize) return false;
+  }
+  return false;
+}
+
 bool ReadHeader(std::string_view message, Header* header) {
   if (message.size() < kHeaderSize) return false;
   *header = {Word(message, 0), Word(message, 2), Word(message, 4),
@@ -135,7 +134,7 @@ Questions QuestionReader::ReadAll(std::string_view message, const Header& header
 
 bool QuestionReader::Keep(std::string_view message, size_t name, size_t name_end) {
   const size_t before = kept.size();
-  if (AppendName(message, name, &kept) && kept.size() + kTypeAndClass <= kMaxQuestionBytes) {
+  if (AppendName(message, name, kMaxQuestionBytes, &kept) && kept.size() + kTypeAndClass <= kMaxQuestionBytes) {
     kept.append(message.substr(name_end, kTypeAndClass));
     return true;
   }

@@ -50,6 +50,14 @@ class QuestionReader {
   std::string kept;  // reused
 };
 
+// The offset behind the name at `at`, whose pointer is not followed; it may lie behind the message. 0 when the name
+// is broken or cut.
+size_t SkipName(std::string_view message, size_t at);
+
+// Appends the name at `at` without its pointers (RFC 1035 4.1.4), its root's zero byte at the end. False when it is
+// broken, cut or longer than `longest`; part of it is appended then.
+bool AppendName(std::string_view message, size_t at, size_t longest, std::string* text);
+
 // Whether two messages ask the same, ignoring the case of ASCII letters (RFC 4343). Where one is not complete, only
 // the questions that both have are compared.
 bool SameQuestions(const Questions& one, const Questions& other);
