@@ -58,7 +58,7 @@ struct Exchange {
   std::string_view response;
   size_t response_records = 0;
 
-  int rrsigs = 0;            // the record's "NumRRSIGRecords", 0 where it has none
+  int rrsigs = 0;  // the record's "NumRRSIGRecords", 0 where it has none
   bool rrsigs_known = false;
 
   uint32_t retransmits = 0;                              // the same query again while it was open
