@@ -51,6 +51,7 @@ size_t ReadAheadStream::Read(uint8_t* buffer, size_t size) {
   if (std::exchange(first_read, false)) return ReadHere(buffer, size);
   if (!thread.joinable() && !StartThread()) return ReadHere(buffer, size);
   const Block* block = WaitForBlock();
+  if (block->failure) std::rethrow_exception(block->failure);
   const size_t count = std::min(size, block->filled - delivered);
   if (count == 0) return 0;
   std::memcpy(buffer, block->bytes.data() + delivered, count);
@@ -84,15 +85,25 @@ void ReadAheadStream::FillBlocks() {
     if (stopping) return;
     Block& block = blocks[filled % blocks.size()];
     lock.unlock();
-    block.bytes.resize(kBlockBytes);
-    block.filled = stream->Read(block.bytes.data(), block.bytes.size());
-    block.bytes_read = stream->BytesRead();
+    Fill(&block);
     const bool ended = block.filled == 0;
     lock.lock();
     ++filled;
     lock.unlock();
     changed.notify_all();
     if (ended) return;
+  }
+}
+
+// What fails, fails like an end: nothing is read behind it.
+void ReadAheadStream::Fill(Block* block) {
+  block->filled = 0;
+  try {
+    block->bytes.resize(kBlockBytes);
+    block->filled = stream->Read(block->bytes.data(), block->bytes.size());
+    block->bytes_read = stream->BytesRead();
+  } catch (...) {
+    block->failure = std::current_exception();
   }
 }
 

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -16,6 +17,7 @@ namespace capture {
 
 // Reads a stream a few blocks ahead in a thread of its own, so that unpacking goes on beside what is done with the
 // bytes. Destruction waits for the read under way: a stream that may wait for ever, as a pipe does, is not for it.
+// What the stream throws in the thread, Read throws where the bytes would have come.
 class ReadAheadStream final : public ByteStream {
  public:
   explicit ReadAheadStream(std::unique_ptr<ByteStream> byte_stream);
@@ -33,11 +35,13 @@ class ReadAheadStream final : public ByteStream {
     std::vector<uint8_t> bytes;
     size_t filled = 0;        // 0: the end
     uint64_t bytes_read = 0;  // what the stream said after it
+    std::exception_ptr failure;
   };
 
   size_t ReadHere(uint8_t* buffer, size_t size);
   bool StartThread();
   void FillBlocks();
+  void Fill(Block* block);
   const Block* WaitForBlock();
   void ReleaseBlock();
 

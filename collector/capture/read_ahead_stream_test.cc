@@ -2,9 +2,11 @@
 
 #include <doctest/doctest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <new>
 #include <string>
 #include <thread>
 
@@ -46,6 +48,22 @@ class Endless final : public capture::ByteStream {
   std::atomic<size_t>* taken;
 };
 
+// Runs out of memory at its third read.
+class Failing final : public capture::ByteStream {
+ public:
+  size_t Read(uint8_t* buffer, size_t size) override {
+    if (++reads == 3) throw std::bad_alloc();
+    std::fill(buffer, buffer + size, uint8_t{1});
+    return size;
+  }
+  std::string Damage() const override { return {}; }
+  uint64_t BytesRead() const override { return 0; }
+  uint64_t BytesTotal() const override { return 0; }
+
+ private:
+  int reads = 0;
+};
+
 }  // namespace
 
 TEST_CASE("bytes that are read ahead come in order, whatever the pieces") {
@@ -57,6 +75,16 @@ TEST_CASE("bytes that are read ahead come in order, whatever the pieces") {
       CHECK(stream.BytesRead() == bytes.size());
     }
   }
+}
+
+TEST_CASE("what is thrown while reading ahead is thrown to the reader, behind the bytes before it") {
+  ReadAheadStream stream(std::make_unique<Failing>());
+  std::string buffer(1'000'000, '\0');
+  auto* bytes = reinterpret_cast<uint8_t*>(buffer.data());
+  CHECK(stream.Read(bytes, buffer.size()) == buffer.size());
+  CHECK(stream.Read(bytes, buffer.size()) > 0);
+  CHECK_THROWS_AS(stream.Read(bytes, buffer.size()), std::bad_alloc);
+  CHECK_THROWS_AS(stream.Read(bytes, buffer.size()), std::bad_alloc);
 }
 
 TEST_CASE("the end stays the end when reading ahead") {

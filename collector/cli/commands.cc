@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -150,7 +151,7 @@ int RunCommand(const Command& command, const Options& options) {
   } catch (const UsageError&) {
     throw;
   } catch (const std::bad_alloc&) {
-    PrintProblem("out of memory");
+    throw;
   } catch (const std::exception& error) {
     PrintProblem(error.what());
   } catch (...) {
@@ -179,7 +180,7 @@ std::unique_ptr<CLI::App> MakeApp(Options* options) {
   return app;
 }
 
-int Main(int argc, char** argv) {
+int Main(int argc, char** argv) try {
   KeepStandardDescriptors();
   PrepareSignals();
   if (argc > 1 && argv[1] == std::string_view("--complete")) return PrintCompletions({argv + 2, argv + argc});
@@ -210,6 +211,9 @@ int Main(int argc, char** argv) {
   } catch (const UsageError& error) {
     return UsageProblem(error.what(), help_of);
   }
+} catch (const std::bad_alloc&) {
+  std::fputs("dnspair: out of memory\n", stderr);  // as it stands here: there is no memory to compose it in
+  return kRuntimeError;
 }
 
 }  // namespace cli
