@@ -36,6 +36,7 @@ constexpr Command kCommands[] = {
      "  dnspair live -i eth0\n"
      "  dnspair live -i eth0 -i eth1 -Z nobody --format json -o /var/log/dnspair.json\n"
      "  dnspair live -i any --where status=timeout -- host 192.0.2.1\n"
+     "  dnspair live -i eth0 --top\n"
      "Ctrl-C or SIGTERM ends the run with everything written; SIGUSR1 prints the account so far; SIGHUP opens\n"
      "the file of -o again after it was moved.\n",
      AddLiveOptions, RunLiveRead},

@@ -11,6 +11,8 @@ class App;
 
 namespace cli {
 
+class Consumer;
+
 // One sub-command of the program.
 struct Command {
   const char* name;
@@ -35,6 +37,9 @@ int RunRead(const Options& options);
 // live: the same for what arrives on interfaces.
 void AddLiveOptions(CLI::App* app, Options* options);
 int RunLiveRead(const Options& options);
+
+// live --top: shows on the terminal what comes. `records` gets the exchanges too, unless it is null.
+int RunTop(const Options& options, Consumer* records);
 
 // summary: what people want to know first.
 void AddSummaryOptions(CLI::App* app, Options* options);

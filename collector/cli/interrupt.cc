@@ -7,6 +7,7 @@
 #include <initializer_list>
 
 #include "collector/capture/stop.h"
+#include "collector/top/rescue.h"
 
 namespace cli {
 namespace {
@@ -21,7 +22,13 @@ bool Take(volatile std::sig_atomic_t* request) {
   return true;
 }
 
-void OnInterrupt(int) {
+void OnInterrupt(int signal) {
+  if (interrupted != 0) {
+    top::RescueTerminal();
+    std::signal(signal, SIG_DFL);
+    raise(signal);
+    return;
+  }
   interrupted = 1;
   capture::StopReading();
 }
@@ -31,7 +38,6 @@ void OnInterrupt(int) {
 void PrepareSignals() {
   struct sigaction action {};
   action.sa_handler = OnInterrupt;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
   sigaction(SIGINT, &action, nullptr);
   sigaction(SIGTERM, &action, nullptr);
   std::signal(SIGPIPE, SIG_IGN);

@@ -39,6 +39,9 @@ void AddInterfaceOptions(CLI::App* app, Options* options) {
       ->type_name("MIB");
   app->add_option("-Z,--user", options->user, "give up privileges for this user once the interfaces are open")
       ->type_name("USER");
+  app->add_flag("--top", options->show_top,
+                "a screen with rates, response times and who asks what, renewed every second; h shows its keys; "
+                "records are written with -o only");
 }
 
 void AddInputOptions(CLI::App* app, Options* options) {

@@ -31,8 +31,9 @@ struct Options {
   std::vector<std::string> interfaces;  // of a live run
   int snap_length = 262144;
   bool no_promiscuous = false;
-  int buffer_mib = 16;  // of the kernel, for each interface
-  std::string user;     // whom the run belongs to once everything is open
+  int buffer_mib = 16;    // of the kernel, for each interface
+  std::string user;       // whom the run belongs to once everything is open
+  bool show_top = false;  // a screen instead of records
 
   std::string format;  // "" for the usual one of the output at hand
   std::string columns;

@@ -95,6 +95,7 @@ int RunRead(const Options& options) {
 
 int RunLiveRead(const Options& options) {
   RecordPrinter printer(options);
+  if (options.show_top) return RunTop(options, options.output_file.empty() ? nullptr : &printer);
   return RunLive(options, &printer);
 }
 

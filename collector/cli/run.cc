@@ -164,7 +164,15 @@ class Run {
       progress.Show(
           {.bytes_read = source->BytesRead(), .bytes_total = source->BytesTotal(), .packets = pipeline.packets()});
     }
-    return buffer->Good() && !Interrupted();
+    return buffer->Good() && !Interrupted() && consumer->GoOn([this] { return CurrentIntake(); });
+  }
+
+  Intake CurrentIntake() {
+    Intake intake{pipeline.packets(), 0};
+    if (live == nullptr) return intake;
+    for (const capture::LiveCounts& each : live->Counts())
+      intake.dropped += each.dropped + each.dropped_by_interface;
+    return intake;
   }
 
   // What a live run does between packets.

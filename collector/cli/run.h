@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 
 #include "collector/cli/options.h"
@@ -15,11 +16,20 @@ inline constexpr int kWrongUsage = 2;
 inline constexpr int kSomethingLost = 3;
 inline constexpr int kInterruptedRun = 130;
 
+// What has come into a run so far.
+struct Intake {
+  uint64_t packets = 0;
+  uint64_t dropped = 0;  // before they came, by the kernel or an interface
+};
+
 // What a command does with exchanges.
 class Consumer : public plugin::ExchangeListener {
  public:
   // Everything else is known to work, the output is open, and the input begins. The buffer outlives the run.
   virtual void Begin(output::Buffer* buffer) = 0;
+
+  // Called between packets, in live runs at least several times a second. False ends the run.
+  virtual bool GoOn(const std::function<Intake()>& /*intake*/) { return true; }
 
   // The output is a new, empty file.
   virtual void BeginFile() {}

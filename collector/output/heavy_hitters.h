@@ -27,17 +27,28 @@ class HeavyHitters {
 
   explicit HeavyHitters(size_t most_keys) : capacity(most_keys) {}
 
-  // Counts the key once and returns its payload, valid until the next call. `evict` is called with the payload of
-  // the entry that makes room, if one has to.
+  // Counts the key, `times` times, and returns its payload, valid until the next call. `evict` is called with the
+  // payload of the entry that makes room, if one has to.
   template <typename Evict>
-  Payload* Count(std::string_view key, Evict evict) {
-    if (const auto known = index.find(key); known != index.end()) return Increment(known->second);
-    if (entries.size() < capacity) return Append(key);
-    return Replace(key, evict);
+  Payload* Count(std::string_view key, Evict evict, uint64_t times = 1) {
+    if (const auto known = index.find(key); known != index.end()) return Increment(known->second, times);
+    if (entries.size() < capacity) return Append(key, times);
+    return Replace(key, evict, times);
   }
-  Payload* Count(std::string_view key) {
-    return Count(key, [](const Payload&) {});
+  Payload* CountTimes(std::string_view key, uint64_t times) {
+    return Count(
+        key, [](const Payload&) {}, times);
   }
+  Payload* Count(std::string_view key) { return CountTimes(key, 1); }
+
+  // Null for a key that is not known, or no longer. Valid until the next Count.
+  const Entry* Find(std::string_view key) const {
+    const auto known = index.find(key);
+    return known == index.end() ? nullptr : &entries[known->second];
+  }
+
+  // In no order.
+  const std::vector<Entry>& All() const { return entries; }
 
   // The most frequent ones, the most frequent first; equal counts by key.
   std::vector<const Entry*> Top(size_t most) const {
@@ -61,20 +72,20 @@ class HeavyHitters {
     size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
   };
 
-  Payload* Append(std::string_view key) {
+  Payload* Append(std::string_view key, uint64_t times) {
     index.emplace(key, entries.size());
-    entries.push_back({std::string(key), 1, 0, Payload()});
+    entries.push_back({std::string(key), times, 0, Payload()});
     return &entries.back().payload;
   }
 
-  Payload* Increment(size_t at) {
-    ++entries[at].count;
+  Payload* Increment(size_t at, uint64_t times) {
+    entries[at].count += times;
     if (ordered) SiftDown(place[at]);
     return &entries[at].payload;
   }
 
   template <typename Evict>
-  Payload* Replace(std::string_view key, Evict evict) {
+  Payload* Replace(std::string_view key, Evict evict, uint64_t times) {
     if (!ordered) MakeHeap();
     const size_t at = heap.front();
     Entry& entry = entries[at];
@@ -82,7 +93,7 @@ class HeavyHitters {
     index.erase(index.find(std::string_view(entry.key)));
     entry.key = key;
     entry.error = entry.count;
-    ++entry.count;
+    entry.count += times;
     entry.payload = Payload();
     index.emplace(key, at);
     SiftDown(0);

@@ -82,5 +82,20 @@ TEST_CASE("frequent keys of a long stream are found, with counts within their er
   }
 }
 
+TEST_CASE("counts of another list are added at once") {
+  HeavyHitters<Nothing> hitters(2);
+  hitters.CountTimes("a", 5);
+  hitters.CountTimes("b", 3);
+  hitters.CountTimes("a", 2);
+  hitters.CountTimes("c", 4);
+  REQUIRE(hitters.Find("a") != nullptr);
+  CHECK(hitters.Find("a")->count == 7);
+  CHECK(hitters.Find("b") == nullptr);
+  REQUIRE(hitters.Find("c") != nullptr);
+  CHECK(hitters.Find("c")->count == 7);
+  CHECK(hitters.Find("c")->error == 3);
+  CHECK(hitters.All().size() == 2);
+}
+
 }  // namespace
 }  // namespace output

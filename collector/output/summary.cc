@@ -2,23 +2,10 @@
 
 #include <algorithm>
 
+#include "collector/output/keys.h"
 #include "collector/output/question.h"
 
 namespace output {
-namespace {
-
-// Addresses as keys: four or sixteen bytes.
-std::string_view AddressKey(const packet::Address& address) {
-  return {reinterpret_cast<const char*>(address.octets.data()), address.version == 4 ? size_t{4} : size_t{16}};
-}
-
-// Names differ in letter case only by accident, or on purpose and at random (RFC 4343). Length octets are below 64
-// and no letters.
-char Folded(char character) {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A')) : character;
-}
-
-}  // namespace
 
 void Rate::Add(int64_t time_ns) {
   first = any ? std::min(first, time_ns) : time_ns;
@@ -73,8 +60,7 @@ void Summary::AddNames(const plugin::Exchange& exchange) {
   const auto keep_type = [this](const Tally& evicted) { other_types.Add(evicted); };
   types.Count({type_key, sizeof type_key}, keep_type)->Add(exchange);
 
-  name.resize(question.name().size());
-  std::transform(question.name().begin(), question.name().end(), name.begin(), Folded);
+  FoldName(question.name(), &name);
   names.Count(name);
   if (exchange.status == plugin::Status::kTimeout) unanswered.Count(name);
   if (!exchange.has_response) return;

@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <array>
-#include <cstring>
 #include <nlohmann/json.hpp>
 
 #include "collector/output/iana.h"
+#include "collector/output/keys.h"
 #include "collector/output/question.h"
 #include "collector/output/summary.h"
 #include "collector/output/text.h"
@@ -26,14 +26,6 @@ constexpr NamedQuantile kQuantiles[] = {{"p50", "P50", 0.5},
                                         {"p99_9", "P99.9", 0.999}};
 
 // --- keys as texts
-
-std::string AddressOf(std::string_view key) {
-  packet::Address address;
-  address.version = key.size() == 4 ? 4 : 6;
-  std::memcpy(address.octets.data(), key.data(), std::min(key.size(), address.octets.size()));
-  char text[kLongestAddress];
-  return std::string(text, PutAddress(text, address));
-}
 
 std::string TypeOf(std::string_view key) {
   char text[kRoomForWord];
@@ -230,10 +222,10 @@ std::string Summary::Text(size_t top) const {
     results.Row({GroupName(*group), std::to_string(group->count), Percent(group->count, all.Ended())});
   }
   text += "\nBy result\n" + results.Text();
-  text += TallyTable("Busiest servers", servers, other_servers, &all, top, AddressOf);
+  text += TallyTable("Busiest servers", servers, other_servers, &all, top, AddressOfKey);
   text += TallyTable("Types", types, other_types, nullptr, top, TypeOf);
   text += CountTable("Names asked most", names, top, NameText);
-  text += CountTable("Clients that asked most", clients, top, AddressOf);
+  text += CountTable("Clients that asked most", clients, top, AddressOfKey);
   text += SlowestTable(slowest, top);
   text += CountTable("Names that failed most", failing, top, NameText);
   text += CountTable("Names that timed out most", unanswered, top, NameText);
@@ -261,10 +253,10 @@ nlohmann::ordered_json Summary::Json(size_t top) const {
     json["groups"].push_back(entry);
   }
   json["response_time_us"] = TimesJson(all.times_us);
-  json["servers"] = TalliesJson("server_ip", servers, top, AddressOf);
+  json["servers"] = TalliesJson("server_ip", servers, top, AddressOfKey);
   json["types"] = TalliesJson("qtype", types, top, TypeOf);
   json["names"] = CountsJson("qname", names, top, NameText);
-  json["clients"] = CountsJson("client_ip", clients, top, AddressOf);
+  json["clients"] = CountsJson("client_ip", clients, top, AddressOfKey);
   json["slowest_names"] = SlowestJson(slowest, top);
   json["failing_names"] = CountsJson("qname", failing, top, NameText);
   json["unanswered_names"] = CountsJson("qname", unanswered, top, NameText);

@@ -24,9 +24,12 @@ const std::array kRooms = {
     Room{"collector/plugin", {"util", "host", "collector/capture", "collector/packet", "collector/flow"}},
     Room{"collector/output",
          {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin"}},
-    Room{"collector/cli",
+    Room{"collector/top",
          {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin",
           "collector/output"}},
+    Room{"collector/cli",
+         {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin",
+          "collector/output", "collector/top"}},
     Room{"collector", {"collector/cli"}},  // main.cc
 };
 

@@ -54,6 +54,7 @@ TEST_CASE("a room may include itself and the rooms to its left") {
   CHECK(Allowed("collector/cli/read.cc", "util/path.h"));
   CHECK(Allowed("collector/flow/table.cc", "collector/packet/address.h"));
   CHECK(Allowed("collector/output/json.cc", "collector/plugin/exchange.h"));
+  CHECK(Allowed("collector/cli/top.cc", "collector/top/page.h"));
   CHECK(Allowed("collector/main.cc", "collector/cli/commands.h"));
 }
 
@@ -66,7 +67,8 @@ TEST_CASE("an include against the direction is refused and names both rooms") {
   CHECK_FALSE(Allowed("collector/packet/decoder.cc", "collector/flow/flow.h"));
   CHECK_FALSE(Allowed("collector/flow/table.cc", "collector/plugin/session.h"));
   CHECK_FALSE(Allowed("collector/plugin/session.cc", "collector/output/json.h"));
-  CHECK_FALSE(Allowed("collector/output/json.cc", "collector/cli/read.h"));
+  CHECK_FALSE(Allowed("collector/output/json.cc", "collector/top/view.h"));
+  CHECK_FALSE(Allowed("collector/top/page.cc", "collector/cli/read.h"));
 }
 
 TEST_CASE("the host interface includes nothing of ours") {
