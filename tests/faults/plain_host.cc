@@ -67,17 +67,20 @@ void PlainHost::Destroy() {
 }
 
 int PlainHost::Make(const Call& call) {
-  const ParserFlow flow = FlowOf(call.transport);
-  const int size = static_cast<int>(call.bytes.size());
-  switch (call.what) {
-    case Call::kQuery:
-      return parser->HandleDataClientToServer(&flow, {call.time}, call.bytes.data(), size, size, 0, nullptr);
-    case Call::kResponse:
-      return parser->HandleDataServerToClient(&flow, {call.time}, call.bytes.data(), size, size, 0, nullptr);
-    default:
-      parser->Heartbeat({call.time});
-      return 0;
+  if (call.what != Call::kHeartbeat) {
+    return Feed(call.what, call.transport, call.bytes.data(), call.bytes.size(), call.bytes.size(), call.time);
   }
+  parser->Heartbeat({call.time});
+  return 0;
+}
+
+int PlainHost::Feed(Call::What what, uint8_t transport, const char* data, size_t snap, size_t nominal,
+                    int64_t time) {
+  const ParserFlow flow = FlowOf(transport);
+  const auto captured = static_cast<int>(snap);
+  const auto size = static_cast<int>(nominal);
+  return what == Call::kQuery ? parser->HandleDataClientToServer(&flow, {time}, data, captured, size, 0, nullptr)
+                              : parser->HandleDataServerToClient(&flow, {time}, data, captured, size, 0, nullptr);
 }
 
 void PlainHost::Make(const Calls& calls) {

@@ -45,6 +45,8 @@ class PlainHost : public IRequestSink {
   // What the parser's function returns; 0 for a heartbeat.
   int Make(const Call& call);
   void Make(const Calls& calls);
+  // The same with the lengths of a capture that may have cut the message.
+  int Feed(Call::What what, uint8_t transport, const char* data, size_t snap, size_t nominal, int64_t time = 0);
   const char* Health();
 
   // Begun and ended requests as text, the mappings, and how often each callback came.
