@@ -46,6 +46,14 @@ constexpr Command kCommands[] = {
      "  dnspair summary monday.pcap.zst tuesday.pcap.zst --top 25\n"
      "  dnspair summary big.pcap --format json --where 'qname~\\.example$'\n",
      AddSummaryOptions, RunSummary},
+    {"report", "rates, results and response times of a capture as a page for a browser",
+     "Examples:\n"
+     "  dnspair report samples/dns.pcap -o report.html\n"
+     "  dnspair report monday.pcap.zst tuesday.pcap.zst --title 'Two busy days' --top 25 -o report.html\n"
+     "  dnspair report big.pcap --where server_ip=192.0.2.53 -o one-server.html\n"
+     "The page is one file that needs no network: it can be mailed.\n"
+     "The file names of the captures stand in it, but not their folders.\n",
+     AddReportOptions, RunReport},
     {"names", "the names and addresses in a capture's answers, as a passive DNS list",
      "Examples:\n"
      "  dnspair names samples/dns.pcap\n"

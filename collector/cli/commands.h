@@ -45,6 +45,10 @@ int RunTop(const Options& options, Consumer* records);
 void AddSummaryOptions(CLI::App* app, Options* options);
 int RunSummary(const Options& options);
 
+// report: a page of HTML.
+void AddReportOptions(CLI::App* app, Options* options);
+int RunReport(const Options& options);
+
 // names: which names had which addresses.
 void AddNamesOptions(CLI::App* app, Options* options);
 int RunNames(const Options& options);

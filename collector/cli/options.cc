@@ -67,6 +67,10 @@ void AddOutputOptions(CLI::App* app, Options* options, const std::vector<std::st
   app->add_option("--format", options->format, explanation)
       ->check(CLI::IsMember(formats).description("").name(CLI::detail::join(formats, ",")))
       ->type_name("FORMAT");
+  AddOutputFileOption(app, options);
+}
+
+void AddOutputFileOption(CLI::App* app, Options* options) {
   app->add_option("-o,--output", options->output_file, "write there instead of to standard output")
       ->type_name("PATH");
 }

@@ -40,6 +40,7 @@ struct Options {
   std::vector<std::string> where;
   std::string output_file;
   size_t top = 10;
+  std::string title;  // of a page, "" for one made of the captures' names
 };
 
 // FILE, for commands that read captures.
@@ -57,6 +58,9 @@ void AddOutputOptions(CLI::App* app, Options* options, const std::vector<std::st
 
 // The formats that AddOutputOptions gave this option; none for another option.
 std::vector<std::string> ChoicesOf(CLI::Option& option);
+
+// -o.
+void AddOutputFileOption(CLI::App* app, Options* options);
 
 // --where.
 void AddWhereOption(CLI::App* app, Options* options);

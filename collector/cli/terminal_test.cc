@@ -103,6 +103,14 @@ TEST_CASE("a short run shows none") {
   CHECK(OnTerminal({"summary", file.path, "-o", "/dev/null"}, 80).find("packets/s") == std::string::npos);
 }
 
+TEST_CASE("a terminal is spared a page of HTML, and told what to do") {
+  const test::TemporaryFile file(SmallCapture().Bytes()), page;
+  const std::string text = OnTerminal({"report", file.path, "-q"}, 80);
+  CHECK(text.find("<html") == std::string::npos);
+  CHECK(text.find("-o report.html") != std::string::npos);
+  CHECK(OnTerminal({"report", file.path, "-q", "-o", page.path}, 80) == "");
+}
+
 TEST_CASE("a pipe is no terminal") {
   int ends[2];
   REQUIRE(pipe(ends) == 0);

@@ -52,10 +52,18 @@ class HeavyHitters {
 
   // The most frequent ones, the most frequent first; equal counts by key.
   std::vector<const Entry*> Top(size_t most) const {
+    return Top(most, [](const Entry& entry) { return entry.count; });
+  }
+
+  // Those of which rank(entry) is the largest, and not 0; equal ranks by key.
+  template <typename Rank>
+  std::vector<const Entry*> Top(size_t most, Rank rank) const {
     std::vector<const Entry*> top;
-    for (const Entry& entry : entries) top.push_back(&entry);
-    const auto before = [](const Entry* a, const Entry* b) {
-      return a->count != b->count ? a->count > b->count : a->key < b->key;
+    for (const Entry& entry : entries) {
+      if (rank(entry) > 0) top.push_back(&entry);
+    }
+    const auto before = [&](const Entry* a, const Entry* b) {
+      return rank(*a) != rank(*b) ? rank(*a) > rank(*b) : a->key < b->key;
     };
     const auto end = top.begin() + static_cast<std::ptrdiff_t>(std::min(most, top.size()));
     std::partial_sort(top.begin(), end, top.end(), before);

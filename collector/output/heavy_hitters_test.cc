@@ -97,5 +97,18 @@ TEST_CASE("counts of another list are added at once") {
   CHECK(hitters.All().size() == 2);
 }
 
+TEST_CASE("keys can be ranked by what they carry; those without it are left out") {
+  HeavyHitters<int> hitters(10);
+  *hitters.Count("often") = 1;
+  *hitters.Count("often") = 1;
+  *hitters.Count("never") = 0;
+  *hitters.Count("most") = 5;
+  const auto top = hitters.Top(10, [](const auto& entry) { return entry.payload; });
+  REQUIRE(top.size() == 2);
+  CHECK(top[0]->key == "most");
+  CHECK(top[1]->key == "often");
+  CHECK(hitters.Top(1, [](const auto& entry) { return entry.payload; }).size() == 1);
+}
+
 }  // namespace
 }  // namespace output

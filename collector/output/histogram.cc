@@ -52,4 +52,10 @@ int64_t Histogram::Quantile(double share) const {
   return 0;
 }
 
+void Histogram::ForEach(const std::function<void(int64_t, uint64_t)>& visit) const {
+  for (size_t bucket = 0; bucket < buckets.size(); ++bucket) {
+    if (buckets[bucket] > 0) visit(std::min(ValueOf(bucket), largest), buckets[bucket]);
+  }
+}
+
 }  // namespace output

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <vector>
 
 namespace output {
@@ -19,6 +20,10 @@ class Histogram {
 
   // The value that this share (0 to 1) of all values does not exceed: 0.5 is the median. 0 without values.
   int64_t Quantile(double share) const;
+
+  // Calls visit(value, count) for the buckets that hold any, the smallest values first. The value stands for all of
+  // the bucket's, as in Quantile.
+  void ForEach(const std::function<void(int64_t, uint64_t)>& visit) const;
 
  private:
   std::vector<uint64_t> buckets;  // as many as the largest value needs

@@ -75,6 +75,18 @@ TEST_CASE("the largest value there is has a place") {
   CHECK(histogram.Quantile(0.5) > std::numeric_limits<int64_t>::max() / 100 * 99);
 }
 
+TEST_CASE("the buckets hold every value once, in order") {
+  Histogram histogram;
+  for (const int64_t value : {7, 7, 3, 100000, 100001}) histogram.Add(value);
+  std::vector<std::pair<int64_t, uint64_t>> seen;
+  histogram.ForEach([&](int64_t value, uint64_t count) { seen.emplace_back(value, count); });
+  REQUIRE(seen.size() == 3);
+  CHECK(seen[0] == std::pair<int64_t, uint64_t>(3, 1));
+  CHECK(seen[1] == std::pair<int64_t, uint64_t>(7, 2));
+  CHECK(seen[2].second == 2);
+  CHECK(seen[2].first == histogram.Quantile(1));
+}
+
 TEST_CASE("two histograms together are as one") {
   Histogram one, other, both;
   for (int value = 1; value < 1000; ++value) {

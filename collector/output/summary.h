@@ -68,9 +68,11 @@ class Summary {
   // Has to be called before the plug-in goes, if Find was.
   void Release() { groups.Release(); }
 
-  // The report for people, and the same numbers in JSON. Lists have at most `top` entries.
+  // The summary for people, and the same numbers and some more in JSON. Lists have at most `top` entries.
   std::string Text(size_t top) const;
   nlohmann::ordered_json Json(size_t top) const;
+
+  const Tally& Total() const { return all; }
 
  private:
   void AddNames(const plugin::Exchange& exchange);

@@ -169,16 +169,20 @@ ordered_json TallyJson(const Summary::Tally& tally) {
   return json;
 }
 
-ordered_json TalliesJson(const char* key, const Summary::Tallies& tallies, size_t top,
+ordered_json TalliesJson(const char* key, const std::vector<const Summary::Tallies::Entry*>& entries,
                          std::string (*name_of)(std::string_view)) {
   ordered_json list = ordered_json::array();
-  for (const auto* entry : tallies.Top(top)) {
+  for (const auto* entry : entries) {
     ordered_json json = {{key, name_of(entry->key)}};
     json.update(TallyJson(entry->payload));
     list.push_back(json);
   }
   return list;
 }
+
+// How servers are ranked besides by the number of exchanges. A server whose answers all came at once is not slow.
+int64_t SlowAnswers(const Summary::Tallies::Entry& server) { return server.payload.times_us.Quantile(0.95); }
+uint64_t TimedOut(const Summary::Tallies::Entry& server) { return server.payload.timed_out; }
 
 ordered_json CountsJson(const char* key, const Summary::Counts& counts, size_t top,
                         std::string (*name_of)(std::string_view)) {
@@ -253,8 +257,10 @@ nlohmann::ordered_json Summary::Json(size_t top) const {
     json["groups"].push_back(entry);
   }
   json["response_time_us"] = TimesJson(all.times_us);
-  json["servers"] = TalliesJson("server_ip", servers, top, AddressOfKey);
-  json["types"] = TalliesJson("qtype", types, top, TypeOf);
+  json["servers"] = TalliesJson("server_ip", servers.Top(top), AddressOfKey);
+  json["slowest_servers"] = TalliesJson("server_ip", servers.Top(top, SlowAnswers), AddressOfKey);
+  json["unanswered_servers"] = TalliesJson("server_ip", servers.Top(top, TimedOut), AddressOfKey);
+  json["types"] = TalliesJson("qtype", types.Top(top), TypeOf);
   json["names"] = CountsJson("qname", names, top, NameText);
   json["clients"] = CountsJson("client_ip", clients, top, AddressOfKey);
   json["slowest_names"] = SlowestJson(slowest, top);

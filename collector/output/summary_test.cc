@@ -119,6 +119,22 @@ TEST_CASE("servers and types have response times of their own") {
   CHECK(json["types"][1]["response_time_us"]["max"] == 5);
 }
 
+TEST_CASE("servers are also ranked by slow answers and by time-outs, where they have any") {
+  const auto json = JsonOf({{.rtt_us = 10, .server = 1},
+                            {.rtt_us = 10, .server = 1},
+                            {.rtt_us = 900, .server = 2},
+                            {.code = -1, .server = 2},
+                            {.code = -1, .server = 3},
+                            {.code = -1, .server = 3}});
+  const auto addresses = [&](const char* list) {
+    std::string text;
+    for (const auto& server : json[list]) text += server["server_ip"].get<std::string>().substr(11) + " ";
+    return text;
+  };
+  CHECK(addresses("slowest_servers") == "2 1 ");
+  CHECK(addresses("unanswered_servers") == "3 2 ");
+}
+
 TEST_CASE("a server without answers has no response times") {
   const auto json = JsonOf({{.code = -1}});
   CHECK(json["servers"][0]["response_time_us"].dump() == R"({"count":0})");

@@ -24,12 +24,15 @@ const std::array kRooms = {
     Room{"collector/plugin", {"util", "host", "collector/capture", "collector/packet", "collector/flow"}},
     Room{"collector/output",
          {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin"}},
+    Room{"collector/report",
+         {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin",
+          "collector/output"}},
     Room{"collector/top",
          {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin",
           "collector/output"}},
     Room{"collector/cli",
          {"util", "host", "collector/capture", "collector/packet", "collector/flow", "collector/plugin",
-          "collector/output", "collector/top"}},
+          "collector/output", "collector/report", "collector/top"}},
     Room{"collector", {"collector/cli"}},  // main.cc
 };
 

@@ -1,0 +1,63 @@
+#include "collector/report/report.h"
+
+#include <CLI/App.hpp>
+
+#include "collector/cli/commands.h"
+#include "collector/cli/conditions.h"
+#include "collector/cli/run.h"
+#include "collector/cli/usage_error.h"
+
+namespace cli {
+namespace {
+
+class ReportPrinter : public Consumer {
+ public:
+  explicit ReportPrinter(const Options& given) : options(given), where(ParseConditions(given)) {}
+
+  void Begin(output::Buffer* destination) override { buffer = destination; }
+
+  void OnRecord(const EndRequest& record, const RequestMetricSpecification* metrics) override {
+    report.Find(metrics, record);
+  }
+
+  void OnExchange(const plugin::Exchange& exchange) override {
+    ++delivered;
+    if (!where.Holds(exchange)) return;
+    ++shown;
+    report.Add(exchange);
+  }
+
+  void End() override {
+    report.Release();
+    buffer->Write(report.Html(
+        {.title = options.title, .version = DNSPAIR_VERSION, .files = options.files, .top = options.top}));
+  }
+
+ private:
+  const Options& options;
+  output::Where where;
+  report::Report report;
+  output::Buffer* buffer = nullptr;
+};
+
+}  // namespace
+
+void AddReportOptions(CLI::App* app, Options* options) {
+  AddFileOptions(app, options);
+  AddInputOptions(app, options);
+  AddOutputFileOption(app, options);
+  AddWhereOption(app, options);
+  app->add_option("--title", options->title, "what the page is called; usually after the captures")
+      ->type_name("TEXT");
+  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")->type_name("NUMBER");
+}
+
+int RunReport(const Options& options) {
+  if (WritesToTerminal(options)) {
+    throw UsageError("a page of HTML is no use on a terminal; name a file for it: -o report.html");
+  }
+  ReportPrinter printer(options);
+  return RunCaptures(options, &printer);
+}
+
+}  // namespace cli

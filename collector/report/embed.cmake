@@ -1,0 +1,37 @@
+# cmake -D FROM=DIRECTORY -D TO=FILE.cc -P embed.cmake
+# Writes the functions of page_files.h, from page.html, page.css and page.js.
+
+# A SHA-256 in hexadecimal digits as base64: three digits of the one are two of the other. The 32 bytes leave two
+# bytes over, which an empty byte completes; what it adds is written as "=".
+function(base64 hex result)
+  set(digits ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/)
+  string(APPEND hex 00)
+  set(text "")
+  foreach(at RANGE 0 63 3)
+    string(SUBSTRING ${hex} ${at} 3 group)
+    foreach(value "0x${group} >> 6" "0x${group} & 63")
+      math(EXPR value ${value})
+      string(SUBSTRING ${digits} ${value} 1 digit)
+      string(APPEND text ${digit})
+    endforeach()
+  endforeach()
+  string(REGEX REPLACE ".$" "=" text ${text})
+  set(${result} ${text} PARENT_SCOPE)
+endfunction()
+
+set(source "#include \"collector/report/page_files.h\"\n\nnamespace report {\n")
+foreach(file html css js)
+  set(name_html Html)
+  set(name_css Style)
+  set(name_js Script)
+  set(path ${FROM}/page.${file})
+  file(READ ${path} text)
+  string(APPEND source "\nstd::string_view Page${name_${file}}() {\n  return R\"page(${text})page\";\n}\n")
+  if(NOT file STREQUAL html)
+    file(SHA256 ${path} hash)
+    base64(${hash} hash)
+    string(APPEND source "std::string_view Page${name_${file}}Hash() { return \"sha256-${hash}\"; }\n")
+  endif()
+endforeach()
+string(APPEND source "\n}  // namespace report\n")
+file(WRITE ${TO} "${source}")
