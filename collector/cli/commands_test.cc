@@ -18,7 +18,8 @@ void CheckRefused(const std::vector<std::string>& arguments, const std::string& 
 
 TEST_CASE("wrong usage is one line, a hint and exit code 2") {
   CheckRefused({}, "no command given (one of read, live, summary, report, names)", "dnspair");
-  CheckRefused({"frobnicate"}, "there is no command 'frobnicate' (only read, live, summary, report, names)", "dnspair");
+  CheckRefused({"frobnicate"}, "there is no command 'frobnicate' (only read, live, summary, report, names)",
+               "dnspair");
   CheckRefused({"read"}, "FILE is required", "dnspair read");
   CheckRefused({"read", "x", "--colour"}, "there is no option '--colour'", "dnspair read");
   CheckRefused({"read", "x", "--format", "xml"}, "--format: xml not in {table,json,csv,ecs,zeek}", "dnspair read");
