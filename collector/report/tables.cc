@@ -178,8 +178,9 @@ std::string TalliesTable(std::string_view about, std::string_view title, const o
   return table.empty() ? kNothing : table.Html(" class=\"sorts\"");
 }
 
-std::string CountsTable(std::string_view about, std::string_view title, const ordered_json& list) {
-  Table table(about, {{title, kText}, {"Exchanges"}});
+std::string CountsTable(std::string_view about, std::string_view title, std::string_view counted,
+                        const ordered_json& list) {
+  Table table(about, {{title, kText}, {counted}});
   for (const ordered_json& entry : list) {
     const auto error = entry["error"].get<uint64_t>();
     Table::Cell count = CountCell(entry["count"]);
@@ -216,27 +217,28 @@ std::string WorstSentence(const std::vector<BadExchange>& exchanges) {
 
 std::string WorstTable(const std::vector<BadExchange>& exchanges) {
   if (exchanges.empty()) return kNothing;
-  Table table("Worst exchanges", {{"Time (UTC)", kText},
+  // What one looks for first is what a phone shows without scrolling.
+  Table table("Worst exchanges", {{"Name", kText, "name"},
                                   {"Result", kText, "result"},
                                   {"Time ms"},
-                                  {"Name", kText, "name"},
                                   {"Type", kText},
                                   {"Client", kText},
                                   {"Server", kText},
                                   {"Via", kText},
-                                  {"Repeats"}});
+                                  {"Repeats"},
+                                  {"Asked at (UTC)", kText}});
   for (const BadExchange& one : exchanges) {
     const Table::Cell time = one.has_response ? Table::Cell{Milliseconds(one.rtt_us), std::to_string(one.rtt_us)}
                                               : Table::Cell{"-", "-1"};
-    table.Row({{output::TimeText(one.query_time_ns)},
+    table.Row({{Escaped(one.name)},
                {Escaped(one.result)},
                time,
-               {Escaped(one.name)},
                {Escaped(one.type)},
                {Escaped(one.client)},
                {Escaped(one.server)},
                {Escaped(one.proto)},
-               CountCell(one.retransmits)},
+               CountCell(one.retransmits),
+               {output::TimeText(one.query_time_ns)}},
               " class=\"" + KindOf(one.outcome) + "\"");
   }
   return table.Html(R"( class="sorts" id="worst-table")");

@@ -18,9 +18,11 @@ std::string QuantilesTable(const nlohmann::ordered_json& times_us);
 std::string ResultsTable(const Timeline& timeline);
 std::string SpansTable(const Timeline& timeline);  // the numbers behind the plots over time
 
-// A title for what stands in the first column, and the list. Texts of the list are escaped here.
+// Titles for what stands in the first column and for what is counted, and the list. Texts of the list are escaped
+// here.
 std::string TalliesTable(std::string_view about, std::string_view title, const nlohmann::ordered_json& list);
-std::string CountsTable(std::string_view about, std::string_view title, const nlohmann::ordered_json& list);
+std::string CountsTable(std::string_view about, std::string_view title, std::string_view counted,
+                        const nlohmann::ordered_json& list);
 std::string SlowestTable(const nlohmann::ordered_json& list);
 std::string UnansweredTable(const nlohmann::ordered_json& list);
 

@@ -79,7 +79,7 @@ std::vector<BadExchange> Worst::All() const {
     if (a_waits != b_waits) return a_waits;
     if (!a_waits && a.rtt_us != b.rtt_us) return a.rtt_us > b.rtt_us;
     if (a_waits && a.retransmits != b.retransmits) return a.retransmits > b.retransmits;
-    return a.number < b.number;
+    return a.query_time_ns != b.query_time_ns ? a.query_time_ns < b.query_time_ns : a.number < b.number;
   });
   return all;
 }

@@ -108,7 +108,7 @@ test('tables sort by any column, in both directions, with the keyboard too', asy
   assert.deepEqual(await times(), [...down].sort((a, b) => a - b));
   assert.equal(await page.locator('#worst-table th[aria-sort]').getAttribute('aria-sort'), 'ascending');
   await page.locator('#worst-table').getByRole('button', {name: 'Name'}).click();
-  const names = await texts(page, 3);
+  const names = await texts(page, 0);
   assert.deepEqual(names, [...names].sort((a, b) => a.localeCompare(b)));
 });
 
@@ -137,7 +137,7 @@ test('names and file names that are markup are shown and not obeyed', async () =
   assert.equal(await page.locator('script').count(), 1);
   assert.deepEqual(page.complaints, []);
   assert.ok((await page.title()).includes(hostile));
-  assert.ok((await texts(page, 3)).includes(shownHostile));
+  assert.ok((await texts(page, 0)).includes(shownHostile));
   const unanswered = page.locator('section', {has: page.locator('#time-outs')}).locator('table');
   assert.ok((await unanswered.last().textContent()).includes(`${shownHostile}.silent`));
 });
