@@ -59,6 +59,10 @@ void AddInputOptions(CLI::App* app, Options* options) {
   app->add_flag("-v,--verbose", options->verbosity, "the plug-in's log on standard error; twice: its traces too");
   app->add_flag("-q,--quiet", options->quiet, "no health line, no account and no progress on standard error");
   app->add_option("--account", options->account_file, "write the account there as JSON")->type_name("PATH");
+  app->add_option("--sandbox", options->sandbox,
+                  "allow only the system calls that a run needs (seccomp): on (usual for live) or off")
+      ->check(CLI::IsMember({"on", "off"}).description(""))
+      ->type_name("on|off");
   app->add_flag("--strict", options->strict, "exit with 3 when anything was lost");
 }
 

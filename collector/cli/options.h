@@ -27,6 +27,7 @@ struct Options {
   bool separate_vlans = false;
   std::string account_file;
   bool strict = false;
+  std::string sandbox;  // "on", "off" or "" for the usual
 
   std::vector<std::string> interfaces;  // of a live run
   int snap_length = 262144;

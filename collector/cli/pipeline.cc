@@ -2,6 +2,8 @@
 
 #include <chrono>
 
+#include "collector/cli/last_words.h"
+
 namespace cli {
 namespace {
 
@@ -32,11 +34,12 @@ void Pipeline::Run(capture::Source* source, const std::function<bool()>& go_on) 
     if (state == capture::ReadState::kIdle && follow_wall_clock) AdvanceTime(WallClock() - kKernelDelay);
     if (state == capture::ReadState::kIdle) continue;
     for (const capture::Frame& frame : frames) Handle(frame);
+    position.frame = nullptr;
   }
 }
 
 void Pipeline::Handle(const capture::Frame& frame) {
-  ++account.packets;
+  position = {++account.packets, &frame};
   // Every packet moves the clock, even one that is then left out: an old query must never pair with a new answer.
   AdvanceTime(frame.time_ns);
   if (filter != nullptr && !filter->Matches(frame)) {

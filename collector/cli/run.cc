@@ -8,15 +8,18 @@
 #include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 #include "collector/capture/live.h"
 #include "collector/capture/open.h"
 #include "collector/capture/stop.h"
 #include "collector/cli/interrupt.h"
+#include "collector/cli/last_words.h"
 #include "collector/cli/pipeline.h"
 #include "collector/cli/plugin_path.h"
 #include "collector/cli/privileges.h"
 #include "collector/cli/progress.h"
+#include "collector/cli/sandbox.h"
 #include "collector/cli/terminal.h"
 #include "collector/cli/usage_error.h"
 #include "collector/output/text.h"
@@ -101,6 +104,17 @@ std::unique_ptr<capture::LiveSource> OpenInterfaces(const Options& options) {
   return std::make_unique<capture::LiveSource>(settings);
 }
 
+// Live runs go on for months and read what strangers send: the sandbox is the usual thing for them.
+void Confine(const Options& options) {
+  const bool asked = options.sandbox == "on";
+  const bool usual = options.sandbox.empty() && !options.interfaces.empty();
+  if (!asked && !usual) return;
+  if (EnterSandbox({.creates_files = !options.output_file.empty()})) return;
+  const std::string lack = "this kernel offers no filter of system calls (seccomp)";
+  if (asked) throw std::runtime_error("--sandbox on: " + lack);
+  PrintProblem("warning: " + lack + "; the run goes on without a sandbox, as with --sandbox off");
+}
+
 // Records of live runs are at most this old when they leave the buffer.
 constexpr auto kLongestHeld = std::chrono::milliseconds(500);
 
@@ -121,6 +135,7 @@ class Run {
         progress(live == nullptr && !given.quiet && !WritesToTerminal(given)) {
     // Whatever needs privileges is open now, and nothing out of a packet has been looked at.
     if (!given.user.empty()) DropPrivileges(given.user);
+    Confine(given);
   }
 
   int Execute() {
@@ -236,10 +251,14 @@ std::string ChooseFormat(const Options& options) {
   return WritesToTerminal(options) ? "table" : "json";
 }
 
-int RunCaptures(const Options& options, Consumer* consumer) { return Run(options, consumer).Execute(); }
+int RunCaptures(const Options& options, Consumer* consumer) {
+  PrepareLastWords(&options.files);
+  return Run(options, consumer).Execute();
+}
 
 int RunLive(const Options& options, Consumer* consumer) {
   PrepareServiceSignals();
+  PrepareLastWords(&options.files);
   return Run(options, consumer).Execute();
 }
 

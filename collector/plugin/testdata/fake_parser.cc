@@ -8,7 +8,11 @@
 //   "health"  the health line; none without it
 //   "throw"   "create", "query", "response" or "heartbeat": that call throws "fake <call>", a std::runtime_error
 //             of a type that goes away with this library
+//   "do"      "abort" or "socket": what a query makes it do
 //   "no"      "parser": none is made
+
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <map>
@@ -52,6 +56,7 @@ class FakeParser : public ITimedProtocolParser {
                                int nominal_length, long /*unused*/, void** stream_state) override {
     Tell(*stream_state == this ? "query" : "query without a stream", now.ticks);
     MaybeThrow("query");
+    Misbehave();
     if (args.contains("begin")) {
       BeginRequest record;
       record.request_id = next_id++;
@@ -104,6 +109,12 @@ class FakeParser : public ITimedProtocolParser {
   }
   void MaybeThrow(const char* call) const {
     if (args.contains("throw") && args.at("throw") == call) throw FakeError(std::string("fake ") + call);
+  }
+
+  void Misbehave() const {
+    if (!args.contains("do")) return;
+    if (args.at("do") == "abort") std::abort();
+    if (args.at("do") == "socket") close(socket(AF_INET, SOCK_DGRAM, 0));
   }
 
   const CollectorExports* exports;
