@@ -3,6 +3,7 @@
 #include "dns-parser/dns_parser.h"
 #include "dns-parser/trace.h"
 #include "host/parser_flow.h"
+#include "util/check.h"
 
 // One message on its way through the request or the response side.
 struct DNSParser::Incoming {
@@ -18,6 +19,9 @@ struct DNSParser::Incoming {
   int nominal_len;  // bytes on the wire
   IOVec view;
 };
+
+// The fatal check of the response side: no answer of a zone transfer is listed. The number names the check.
+inline constexpr CheckSite kNothingListed{"dns-parser.cc", 502, "response.empty()"};
 
 // The octet of an address as ParserFlow holds it, 0 being the first.
 inline int Octet(const uint32_t& address, int index) { return reinterpret_cast<const uint8_t*>(&address)[index]; }

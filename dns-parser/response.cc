@@ -11,14 +11,11 @@
 #include "dns-parser/types.h"
 #include "host/request_visitor.h"
 #include "host/requests.h"
-#include "util/check.h"
 
 namespace {
 
 constexpr int kUsed = 1;
 constexpr int kUnusable = 0;
-
-constexpr CheckSite kNothingListed{"dns-parser.cc", 502, "response.empty()"};
 
 uint64_t At(int offset) { return static_cast<uint64_t>(offset); }
 

@@ -3,6 +3,8 @@
 #include <map>
 #include <string>
 
+#include "dns-parser/incoming.h"
+#include "tests/support/death.h"
 #include "tests/support/pairing.h"
 
 using namespace support;
@@ -177,4 +179,9 @@ TEST_CASE("the later messages of a transfer are unsolicited") {
   CHECK(bench.Response(Response(7).Answer("h.aa.bb", A("192.0.2.1")).Wire()) == 1);
   CHECK(bench.host.records.size() == 1);
   CHECK(bench.parser.unsolicited_responses == 2);
+}
+
+TEST_CASE("a summary that lists answers of a transfer would be fatal, and says which check failed") {
+  CHECK(FatalLine([] { check(false, kNothingListed); }) ==
+        "{ERROR}-dns-parser.cc:502: failed condition: response.empty()\n");
 }
