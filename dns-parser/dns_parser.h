@@ -54,6 +54,8 @@ class DNSParser : public ITimedProtocolParser {
 
   // request.cc: one query. True when it was recorded or deliberately ignored, false when it cannot be used.
   bool HandleRequest(const ParserFlow* flow, Timestamp<1000000> now, const char* data, int len, int nominal_len);
+  // A guard: questions whose types are no text are not recorded. Says so when there are none.
+  bool IsBlank(const std::string& types, int count) const;
 
   // response.cc: one response. 1 when it was used or deliberately ignored, 0 when it cannot be used.
   int HandleResponse(const ParserFlow* flow, Timestamp<1000000> now, const char* data, int snap_len,

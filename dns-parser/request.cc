@@ -32,10 +32,7 @@ bool DNSParser::HandleRequest(const ParserFlow* flow, Timestamp<1000000> now, co
   int offset = kHeaderSize;
   Step step = ReadQuestions(request, header.num_questions, &offset);
   if (step != Step::kGoOn) return step == Step::kAccepted;
-  if (texts.types.empty()) {
-    DNS_LOG(kLogAnomaly, "qdcount=%d, but query is blank", header.num_questions);
-    return true;
-  }
+  if (IsBlank(texts.types, header.num_questions)) return true;
   bool dnssec_ok = false;
   step = ReadDnssecOk(request, header, offset, &dnssec_ok);
   if (step != Step::kGoOn) return step == Step::kAccepted;
@@ -99,6 +96,12 @@ DNSParser::Step DNSParser::ReadQuestions(const Incoming& request, int count, int
     texts.types.append(labels.Label(type, question_class));
   }
   return Step::kGoOn;
+}
+
+bool DNSParser::IsBlank(const std::string& types, int count) const {
+  if (!types.empty()) return false;
+  DNS_LOG(kLogAnomaly, "qdcount=%d, but query is blank", count);
+  return true;
 }
 
 DNSParser::Step DNSParser::ReadDnssecOk(const Incoming& request, const DnsHeader& header, int offset,

@@ -180,3 +180,14 @@ TEST_CASE("an unreadable question asks nothing of the host") {
   bench.RequestCut(AQuery(7), 21, 21);
   CHECK(Calls(bench.host).empty());
 }
+
+TEST_CASE("a query whose questions have no text would be blank, which is said at level 2") {
+  Pairing bench({}, 2);
+  CHECK_FALSE(bench.parser.IsBlank("A - IPv4 address lookup", 1));
+  CHECK(Log(bench.host).empty());
+  CHECK(bench.parser.IsBlank("", 3));
+  CHECK(Log(bench.host) == Logged(2, "qdcount=%d, but query is blank", "qdcount=3, but query is blank"));
+  bench.host.level = 1;
+  CHECK(bench.parser.IsBlank("", 3));
+  CHECK(bench.host.lines.size() == 1);
+}
