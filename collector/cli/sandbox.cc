@@ -26,7 +26,7 @@ constexpr const char* kAllowed[] = {
     "fstat", "newfstatat", "stat", "lstat", "statx", "access", "faccessat", "faccessat2", "readlink", "readlinkat",
     "getdents64", "getcwd", "uname", "sysinfo",
     // memory
-    "brk", "mmap", "munmap", "mremap", "mprotect", "madvise", "mincore", "membarrier",
+    "memfd_create", "brk", "mmap", "munmap", "mremap", "mprotect", "madvise", "mincore", "membarrier",
     // time
     "clock_gettime", "clock_getres", "clock_nanosleep", "nanosleep", "gettimeofday", "time", "setitimer",
     // threads and signals
