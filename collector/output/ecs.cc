@@ -39,7 +39,7 @@ char* PutEvent(char* out, const Exchange& e) {
   out = PutIsoTime(PutText(PutText(out, Outcome(e)), R"(","start":")"), e.query_time_ns);
   if (e.has_response) {
     out = PutIsoTime(PutText(out, R"(","end":")"), e.response_time_ns);
-    return PutText(PutNumber(out, R"(","duration":)", e.response_time_ns - e.query_time_ns), "}");
+    return PutText(PutNumber(out, R"(","duration":)", e.DurationNs()), "}");
   }
   return PutText(out, "\"}");
 }

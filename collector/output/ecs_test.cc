@@ -1,5 +1,6 @@
 #include <doctest/doctest.h>
 
+#include <limits>
 #include <nlohmann/json.hpp>
 
 #include "collector/output/exchange_for_tests.h"
@@ -151,6 +152,16 @@ TEST_CASE("no response makes a line of any length") {
   support::Message many = support::Response(7).Compressed().Question("www.example.com", kA);
   for (int i = 0; i < 3000; ++i) many.Answer("www.example.com", support::Cname("www.example.com"));
   CHECK(Answers(many).size() == 256);
+}
+
+TEST_CASE("clocks at the ends of time have a duration") {
+  ExchangeForTests exchange;
+  exchange.query_time_ns = std::numeric_limits<int64_t>::max();
+  exchange.response_time_ns = std::numeric_limits<int64_t>::min();
+  const json event = Record(exchange)["event"];
+  CHECK(event["start"] == "2262-04-11T23:47:16.854775Z");
+  CHECK(event["end"] == "1677-09-21T00:12:43.145224Z");
+  CHECK(event["duration"] == std::numeric_limits<int64_t>::min());
 }
 
 TEST_CASE("a parser reads back names of any bytes") {

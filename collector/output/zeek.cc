@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <array>
 #include <chrono>
+#include <limits>
 
 #include "collector/output/answers.h"
 #include "collector/output/iana.h"
@@ -66,7 +68,8 @@ char* PutSeconds(char* out, int64_t nanoseconds) {
 // An instant is rounded down, before 1970 too.
 char* PutInstant(char* out, int64_t time_ns) {
   const int64_t below = ((time_ns % 1000) + 1000) % 1000;
-  return PutSeconds(out, time_ns - below);
+  const int64_t earliest = std::numeric_limits<int64_t>::min() + below;
+  return PutSeconds(out, std::max(time_ns, earliest) - below);
 }
 
 char* PutHost(char* out, const packet::Address* address) {
@@ -185,7 +188,7 @@ class ZeekWriter : public RecordWriter {
     out = PutText(PutInteger(PutText(PutHost(out, e.client), "\t"), e.client_port), "\t");
     out = PutText(PutInteger(PutText(PutHost(out, e.server), "\t"), e.server_port), "\t");
     out = PutText(PutInteger(PutText(out, e.transport == kUdp ? "udp\t" : "tcp\t"), e.dns_id), "\t");
-    out = e.has_response ? PutSeconds(out, e.response_time_ns - e.query_time_ns) : PutUnset(out);
+    out = e.has_response ? PutSeconds(out, e.DurationNs()) : PutUnset(out);
     out = PutText(PutQuestion(PutText(out, "\t"), e), "\t");
     out = PutText(PutHeader(out, e), "\t");
     out = PutText(PutText(PutText(PutText(out, answers), "\t"), ttls), "\t");

@@ -1,5 +1,6 @@
 #include <doctest/doctest.h>
 
+#include <limits>
 #include <map>
 #include <regex>
 #include <set>
@@ -172,6 +173,14 @@ TEST_CASE("instants before 1970 are rounded down, a clock that went back shows")
   exchange.response_time_ns = -1500000001;
   CHECK(Record(exchange)["ts"] == "-0.000001");
   CHECK(Record(exchange)["rtt"] == "-1.500000");
+}
+
+TEST_CASE("clocks at the ends of time are as far apart as can be told") {
+  ExchangeForTests exchange;
+  exchange.query_time_ns = std::numeric_limits<int64_t>::min();
+  exchange.response_time_ns = std::numeric_limits<int64_t>::max();
+  CHECK(Record(exchange)["ts"] == "-9223372036.854775");
+  CHECK(Record(exchange)["rtt"] == "9223372036.854775");
 }
 
 }  // namespace

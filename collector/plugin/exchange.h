@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <limits>
 #include <string_view>
 
 #include "collector/packet/datagram.h"
@@ -66,6 +67,14 @@ struct Exchange {
   bool cut = false;                                      // query or response was not wholly captured
   const packet::Encapsulation* encapsulation = nullptr;  // of the query
   int32_t request_id = 0;
+
+  // From query to response by the packets' clocks, which may hold anything: the difference ends where 64 bits do.
+  int64_t DurationNs() const {
+    int64_t duration = 0;
+    if (!__builtin_sub_overflow(response_time_ns, query_time_ns, &duration)) return duration;
+    return response_time_ns > query_time_ns ? std::numeric_limits<int64_t>::max()
+                                            : std::numeric_limits<int64_t>::min();
+  }
 };
 
 // Who receives exchanges and mappings.
