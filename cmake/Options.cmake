@@ -21,6 +21,11 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(dnspair_options INTERFACE -Wno-gnu-zero-variadic-macro-arguments)
 endif()
 
+if(DNSPAIR_FUZZ)
+  set(DNSPAIR_SANITIZE ON)
+  target_compile_options(dnspair_options INTERFACE -fsanitize=fuzzer-no-link)  # counts what an input reaches
+endif()
+
 if(DNSPAIR_SANITIZE)
   # Host and plug-in are built apart and meet in memory: each sees objects of classes that the other declared, which
   # is what the checks of vptr and function types are there to find.
