@@ -72,6 +72,7 @@ class Filter {
   Filter() : filter(seccomp_init(SCMP_ACT_TRAP)) {}
 
   void Allow(const char* call) { Add(SCMP_ACT_ALLOW, call, 0, {}); }
+  // The condition is spelled out: seccomp.h's macros are C, and not all compilers take them in C++.
   void AllowWhere(const char* call, scmp_arg_cmp condition) { Add(SCMP_ACT_ALLOW, call, 1, condition); }
   void Refuse(const char* call, int error) { Add(SCMP_ACT_ERRNO(static_cast<uint32_t>(error)), call, 0, {}); }
 
@@ -100,14 +101,14 @@ void AllowFiles(Filter* filter, bool creates_files) {
     for (const char* call : kForFiles) filter->Allow(call);
     return;
   }
-  filter->AllowWhere("open", SCMP_A1(SCMP_CMP_MASKED_EQ, kChanging, 0));
-  filter->AllowWhere("openat", SCMP_A2(SCMP_CMP_MASKED_EQ, kChanging, 0));
+  filter->AllowWhere("open", {1, SCMP_CMP_MASKED_EQ, kChanging, 0});
+  filter->AllowWhere("openat", {2, SCMP_CMP_MASKED_EQ, kChanging, 0});
 }
 
 void AllowThreads(Filter* filter) {
   // The flags of clone3 lie in memory, where no filter sees them: it does not exist, and clone is used.
   filter->Refuse("clone3", ENOSYS);
-  filter->AllowWhere("clone", SCMP_A0(SCMP_CMP_MASKED_EQ, CLONE_THREAD, CLONE_THREAD));
+  filter->AllowWhere("clone", {0, SCMP_CMP_MASKED_EQ, CLONE_THREAD, CLONE_THREAD});
 }
 
 }  // namespace
@@ -115,7 +116,7 @@ void AllowThreads(Filter* filter) {
 bool EnterSandbox(const SandboxSettings& settings) {
   Filter filter;
   for (const char* call : kAllowed) filter.Allow(call);
-  for (const unsigned long request : kRequests) filter.AllowWhere("ioctl", SCMP_A1(SCMP_CMP_EQ, request));
+  for (const unsigned long request : kRequests) filter.AllowWhere("ioctl", {1, SCMP_CMP_EQ, request, 0});
 #if defined(__SANITIZE_ADDRESS__)
   for (const char* call : kForSanitizers) filter.Allow(call);
 #endif
