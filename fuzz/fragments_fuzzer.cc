@@ -50,10 +50,12 @@ class Bench {
     key.id = bits >> 1 & 3;
     key.protocol = key.source.version == 4 ? 17 : 0;
     packet::Fragment fragment;
-    fragment.offset = (input->U16() & 0x1fffU) * 8;
+    // Mostly small, so that fragments meet.
+    const bool large = (bits & 64) != 0;
+    fragment.offset = (large ? input->U16() & 0x1fffU : input->U8() & 0x0fU) * 8;
     fragment.more = (bits & 8) != 0;
     fragment.protocol = 17;
-    uint32_t size = input->U16();
+    uint32_t size = large ? input->U16() : input->U8();
     if (fragment.more) size &= ~7U;
     if (size == 0 || size > kLargestPacket - fragment.offset) return;  // never asked of the store
     const uint32_t cut = (bits & 16) != 0 ? input->U8() : 0;

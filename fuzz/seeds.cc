@@ -272,8 +272,11 @@ void WriteFragments(Folder folder) {
   for (const unsigned version : {0U, 1U}) {
     Write input;
     input.U8(3).U8(7).U16(4096).U8(1);
-    for (const unsigned at : {2U, 0U, 4U, 0U, 6U}) input.U8(version | (at < 6 ? 8U : 0U)).U8(1).U16(at).U16(16);
+    for (const unsigned at : {2U, 0U, 4U, 0U, 6U}) input.U8(version | (at < 6 ? 8U : 0U)).U8(1).U8(at).U8(16);
     folder.Add(input.bytes);
+    // A gap, and a last fragment too late to fill it.
+    input.U8(version | 10U).U8(1).U8(0).U8(16).U8(version | 10U).U8(1).U8(3).U8(8);
+    folder.Add(input.U8(version | 2U).U8(200).U8(9).U8(8).bytes);
   }
 }
 
