@@ -22,6 +22,7 @@ Pipeline::Pipeline(const PipelineSettings& settings, const plugin::Library& libr
     : filter(settings.filter.empty() ? nullptr : std::make_unique<capture::Filter>(settings.filter)),
       session(library, settings.session, listener),
       flows(settings.flow, &session),
+      look_ahead(&flows, &session),
       follow_wall_clock(settings.follow_wall_clock) {
   session.Attach(&flows);
 }
@@ -33,7 +34,11 @@ void Pipeline::Run(capture::Source* source, const std::function<bool()>& go_on) 
     if (state == capture::ReadState::kEnd) return;
     if (state == capture::ReadState::kIdle && follow_wall_clock) AdvanceTime(WallClock() - kKernelDelay);
     if (state == capture::ReadState::kIdle) continue;
-    for (const capture::Frame& frame : frames) Handle(frame);
+    look_ahead.Begin(frames);
+    for (size_t i = 0; i < frames.size(); ++i) {
+      look_ahead.Step(i);
+      Handle(frames[i]);
+    }
     position.frame = nullptr;
   }
 }

@@ -6,6 +6,7 @@
 
 #include "collector/capture/filter.h"
 #include "collector/capture/source.h"
+#include "collector/cli/look_ahead.h"
 #include "collector/flow/flow_table.h"
 #include "collector/output/account.h"
 #include "collector/packet/decoder.h"
@@ -47,6 +48,7 @@ class Pipeline {
   packet::Decoder decoder;
   plugin::Session session;
   flow::FlowTable flows;
+  LookAhead look_ahead;
   packet::Datagram datagram;
   output::Account account;
   bool follow_wall_clock;

@@ -37,7 +37,11 @@ class FlowStore {
   // The flow must hold no connection that others know of.
   void Drop(Flow* flow);
 
-  void Prefetch(const packet::Datagram& datagram) const;
+  // Ahead of Find, in two steps with some time between them: asks the cache for the place in the index, then for
+  // the flow that seems to be meant. Neither changes anything. The first returns what the second wants; the second
+  // returns the flow, or null.
+  uint32_t Prefetch(const packet::Datagram& datagram) const;
+  const Flow* PrefetchFlow(uint32_t hash) const;
 
   const FlowPool& pool() const { return flows; }
   size_t SurrogatesInUse() const { return surrogates.size(); }

@@ -127,7 +127,9 @@ Delivery FlowTable::Handle(const packet::Datagram& datagram) {
   return delivery;
 }
 
-void FlowTable::Prefetch(const packet::Datagram& datagram) const { state->store.Prefetch(datagram); }
+uint32_t FlowTable::Prefetch(const packet::Datagram& datagram) const { return state->store.Prefetch(datagram); }
+
+const Flow* FlowTable::PrefetchFlow(uint32_t hint) const { return state->store.PrefetchFlow(hint); }
 
 void FlowTable::GiveUpGaps(int64_t now_ns) { state->tracker.Tick(now_ns); }
 

@@ -57,8 +57,11 @@ class FlowTable {
   // Hands the datagram's messages to the listener before it returns.
   Delivery Handle(const packet::Datagram& datagram);
 
-  // Asks the cache for what Handle will need for this datagram. No effect otherwise.
-  void Prefetch(const packet::Datagram& datagram) const;
+  // Ahead of Handle, in two steps with some time between them: asks the cache for what it will need for the
+  // datagram. Neither changes anything. The first returns what the second wants; the second returns the flow that
+  // seems to be meant, or null. It stays readable, whatever becomes of it.
+  uint32_t Prefetch(const packet::Datagram& datagram) const;
+  const Flow* PrefetchFlow(uint32_t hint) const;
 
   // Gives up gaps in streams that nothing has filled for two seconds; that may hand on messages, with the times of
   // their packets. Called on a grid of packet time, before the parser's heartbeat: the queries that these messages

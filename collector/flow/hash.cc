@@ -19,4 +19,19 @@ HashSeed ProcessSeed() {
   return seed;
 }
 
+// Eight bytes a step; the last ones are filled up with zeros, and the length tells them from zeros of the text.
+uint64_t HashText(std::string_view text, const HashSeed& seed, uint64_t salt) {
+  uint64_t hash = seed.first ^ salt;
+  const char* at = text.data();
+  size_t left = text.size();
+  for (; left >= sizeof(uint64_t); at += sizeof(uint64_t), left -= sizeof(uint64_t)) {
+    uint64_t word;
+    std::memcpy(&word, at, sizeof word);
+    hash = Mix(hash ^ word, seed.second);
+  }
+  uint64_t rest = 0;
+  std::memcpy(&rest, at, left);
+  return Mix(hash ^ rest, seed.second ^ text.size());
+}
+
 }  // namespace flow

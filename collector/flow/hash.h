@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
 
 namespace flow {
 
@@ -25,5 +26,8 @@ inline uint64_t Mix(uint64_t a, uint64_t b) {
 inline uint32_t Fold(uint64_t hash) {
   return static_cast<uint32_t>(((hash ^ (hash >> 32)) * 0x9e3779b97f4a7c15) >> 32);
 }
+
+// Of a text's bytes, under the process's seed; another for each `salt`.
+uint64_t HashText(std::string_view text, const HashSeed& seed, uint64_t salt = 0);
 
 }  // namespace flow

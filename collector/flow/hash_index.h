@@ -41,6 +41,12 @@ class HashIndex {
     --used;
   }
 
+  // The first entry at the hash's place: most likely the one that Find would return, but nothing has been compared.
+  uint32_t Guess(uint32_t hash) const {
+    const Slot& slot = slots[hash & Mask()];
+    return slot.hash == hash ? slot.entry : kNone;
+  }
+
   void Prefetch(uint32_t hash) const { __builtin_prefetch(&slots[hash & Mask()]); }
 
   size_t size() const { return used; }

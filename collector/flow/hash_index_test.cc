@@ -24,6 +24,14 @@ TEST_CASE("an entry is found under its hash and nowhere else") {
   CHECK(index.size() == 1);
 }
 
+TEST_CASE("a guess is an entry of the hash, or none") {
+  HashIndex index;
+  CHECK(index.Guess(5) == HashIndex::kNone);
+  index.Insert(5, 100);
+  CHECK(index.Guess(5) == 100);
+  CHECK(index.Guess(69) == HashIndex::kNone);  // the same slot, another hash
+}
+
 TEST_CASE("only entries of exactly this hash are compared") {
   HashIndex index;
   index.Insert(5, 100);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <map>
 #include <random>
+#include <string>
 
 using flow::Fold;
 using flow::Mix;
@@ -38,4 +39,19 @@ TEST_CASE("neighbouring keys spread over a small table, whatever the seed") {
     for (const auto& [slot, keys] : slots) most = std::max(most, keys);
     CHECK(most < 24);
   }
+}
+
+TEST_CASE("texts that differ in a letter, their length or their salt have different hashes") {
+  const flow::HashSeed seed = flow::ProcessSeed();
+  const std::string text = "a name of some length.example";
+  const uint64_t hash = flow::HashText(text, seed);
+  CHECK(flow::HashText(text, seed) == hash);
+  CHECK(flow::HashText(text, seed, 1) != hash);
+  for (size_t at = 0; at < text.size(); ++at) {
+    std::string other = text;
+    ++other[at];
+    CHECK(flow::HashText(other, seed) != hash);
+    CHECK(flow::HashText(text.substr(0, at), seed) != hash);
+  }
+  CHECK(flow::HashText(text + std::string(1, '\0'), seed) != hash);
 }

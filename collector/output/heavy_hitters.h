@@ -4,8 +4,10 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
+
+#include "collector/flow/hash.h"
+#include "collector/flow/hash_index.h"
 
 namespace output {
 
@@ -23,6 +25,7 @@ class HeavyHitters {
     uint64_t count = 0;
     uint64_t error = 0;
     Payload payload;
+    uint32_t hash = 0;  // of the key
   };
 
   explicit HeavyHitters(size_t most_keys) : capacity(most_keys) {}
@@ -31,9 +34,11 @@ class HeavyHitters {
   // payload of the entry that makes room, if one has to.
   template <typename Evict>
   Payload* Count(std::string_view key, Evict evict, uint64_t times = 1) {
-    if (const auto known = index.find(key); known != index.end()) return Increment(known->second, times);
-    if (entries.size() < capacity) return Append(key, times);
-    return Replace(key, evict, times);
+    const uint32_t hash = HashOf(key);
+    const uint32_t known = Locate(key, hash);
+    if (known != flow::HashIndex::kNone) return Increment(known, times);
+    if (entries.size() < capacity) return Append(key, hash, times);
+    return Replace(key, hash, evict, times);
   }
   Payload* CountTimes(std::string_view key, uint64_t times) {
     return Count(
@@ -43,8 +48,8 @@ class HeavyHitters {
 
   // Null for a key that is not known, or no longer. Valid until the next Count.
   const Entry* Find(std::string_view key) const {
-    const auto known = index.find(key);
-    return known == index.end() ? nullptr : &entries[known->second];
+    const uint32_t known = Locate(key, HashOf(key));
+    return known == flow::HashIndex::kNone ? nullptr : &entries[known];
   }
 
   // In no order.
@@ -75,14 +80,14 @@ class HeavyHitters {
   bool Exact() const { return !ordered; }  // nothing was ever evicted
 
  private:
-  struct Hash {
-    using is_transparent = void;
-    size_t operator()(std::string_view key) const { return std::hash<std::string_view>()(key); }
-  };
+  uint32_t HashOf(std::string_view key) const { return flow::Fold(flow::HashText(key, seed)); }
+  uint32_t Locate(std::string_view key, uint32_t hash) const {
+    return index.Find(hash, [&](uint32_t entry) { return entries[entry].key == key; });
+  }
 
-  Payload* Append(std::string_view key, uint64_t times) {
-    index.emplace(key, entries.size());
-    entries.push_back({std::string(key), times, 0, Payload()});
+  Payload* Append(std::string_view key, uint32_t hash, uint64_t times) {
+    entries.push_back({std::string(key), times, 0, Payload(), hash});
+    index.Insert(hash, static_cast<uint32_t>(entries.size() - 1));
     return &entries.back().payload;
   }
 
@@ -93,17 +98,18 @@ class HeavyHitters {
   }
 
   template <typename Evict>
-  Payload* Replace(std::string_view key, Evict evict, uint64_t times) {
+  Payload* Replace(std::string_view key, uint32_t hash, Evict evict, uint64_t times) {
     if (!ordered) MakeHeap();
-    const size_t at = heap.front();
+    const uint32_t at = heap.front();
     Entry& entry = entries[at];
     evict(entry.payload);
-    index.erase(index.find(std::string_view(entry.key)));
+    index.Erase(entry.hash, at);
     entry.key = key;
+    entry.hash = hash;
     entry.error = entry.count;
     entry.count += times;
     entry.payload = Payload();
-    index.emplace(key, at);
+    index.Insert(hash, at);
     SiftDown(0);
     return &entries[at].payload;
   }
@@ -113,13 +119,13 @@ class HeavyHitters {
     ordered = true;
     heap.resize(entries.size());
     place.resize(entries.size());
-    for (size_t i = 0; i < heap.size(); ++i) heap[i] = place[i] = i;
+    for (uint32_t i = 0; i < heap.size(); ++i) heap[i] = place[i] = i;
     for (size_t i = heap.size() / 2; i-- > 0;) SiftDown(i);
   }
 
   // Restores the heap, least count on top, after the count at this place grew.
   void SiftDown(size_t at) {
-    const size_t moving = heap[at];
+    const uint32_t moving = heap[at];
     const uint64_t count = entries[moving].count;
     while (true) {
       size_t child = 2 * at + 1;
@@ -132,17 +138,18 @@ class HeavyHitters {
     Settle(at, moving);
   }
   uint64_t CountAt(size_t at) const { return entries[heap[at]].count; }
-  void Settle(size_t at, size_t entry) {
+  void Settle(size_t at, uint32_t entry) {
     heap[at] = entry;
-    place[entry] = at;
+    place[entry] = static_cast<uint32_t>(at);
   }
 
   size_t capacity;
   bool ordered = false;
   std::vector<Entry> entries;
-  std::vector<size_t> heap;   // entries, the least frequent first
-  std::vector<size_t> place;  // of each entry in the heap
-  std::unordered_map<std::string, size_t, Hash, std::equal_to<>> index;
+  std::vector<uint32_t> heap;   // entries, the least frequent first
+  std::vector<uint32_t> place;  // of each entry in the heap
+  flow::HashIndex index;
+  flow::HashSeed seed = flow::ProcessSeed();
 };
 
 }  // namespace output

@@ -2,11 +2,13 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+#include <deque>
+#include <memory>
 #include <string_view>
-#include <unordered_map>
 #include <vector>
 
+#include "collector/flow/hash.h"
+#include "collector/flow/hash_index.h"
 #include "collector/output/buffer.h"
 
 namespace output {
@@ -16,13 +18,13 @@ namespace output {
 class PassiveDns {
  public:
   struct Mapping {
-    std::string name;      // of the address, as the parser gave it
-    std::string question;  // what was asked; empty for a reverse look-up
-    uint32_t ipv4 = 0;     // in network order in memory
-    bool reverse = false;  // from a PTR record
+    std::string_view name;      // of the address, as the parser gave it
+    std::string_view question;  // what was asked; empty for a reverse look-up
     int64_t first_ns = 0;
     int64_t last_ns = 0;
     uint64_t count = 0;
+    uint32_t ipv4 = 0;     // in network order in memory
+    bool reverse = false;  // from a PTR record
   };
 
   explicit PassiveDns(size_t most_mappings = size_t{1} << 20) : capacity(most_mappings) {}
@@ -35,10 +37,17 @@ class PassiveDns {
   uint64_t dropped() const { return not_kept; }
 
  private:
+  uint32_t HashOf(const Mapping& mapping) const;
+  std::string_view Keep(std::string_view text);
+
   size_t capacity;
   uint64_t not_kept = 0;
-  std::unordered_map<std::string, Mapping> mappings;
-  std::string key;  // of the mapping at hand
+  std::deque<Mapping> mappings;
+  flow::HashIndex index;
+  flow::HashSeed seed = flow::ProcessSeed();
+  std::vector<std::unique_ptr<char[]>> texts;  // of the mappings, one behind the other
+  char* free_text = nullptr;
+  size_t free_size = 0;
 };
 
 // One JSON object a line in the passive DNS common output format (draft-dulaunoy-dnsop-passive-dns-cof): rrname,

@@ -112,27 +112,48 @@ char* PutPair(char* out, uint64_t below_100) {
   return out + 2;
 }
 
-char* PutFourDigits(char* out, uint64_t value) { return PutPair(PutPair(out, value / 100), value % 100); }
+char* PutFourDigits(char* out, uint32_t value) { return PutPair(PutPair(out, value / 100), value % 100); }
+
+char* PutEightDigits(char* out, uint32_t value) {
+  return PutFourDigits(PutFourDigits(out, value / 10000), value % 10000);
+}
 
 char* PutDigit(char* out, uint64_t value) {
   *out = static_cast<char>('0' + value);
   return out + 1;
 }
 
-// Without leading zeros.
-char* PutUnsigned(char* out, uint64_t value) {
+// Without leading zeros, as all that follow.
+char* PutBelow10000(char* out, uint32_t value) {
   if (value < 10) return PutDigit(out, value);
   if (value < 100) return PutPair(out, value);
   if (value < 1000) return PutPair(PutDigit(out, value / 100), value % 100);
-  if (value < 10000) return PutFourDigits(out, value);
-  return PutFourDigits(PutUnsigned(out, value / 10000), value % 10000);
+  return PutFourDigits(out, value);
+}
+
+char* PutBelow100Million(char* out, uint32_t value) {
+  if (value < 10000) return PutBelow10000(out, value);
+  return PutFourDigits(PutBelow10000(out, value / 10000), value % 10000);
+}
+
+char* PutUnsigned(char* out, uint64_t value) {
+  constexpr uint64_t k100Million = 100'000'000;
+  if (value < k100Million) return PutBelow100Million(out, static_cast<uint32_t>(value));
+  const uint64_t upper = value / k100Million;
+  if (upper < k100Million) {
+    out = PutBelow100Million(out, static_cast<uint32_t>(upper));
+  } else {
+    out = PutBelow10000(out, static_cast<uint32_t>(upper / k100Million));
+    out = PutEightDigits(out, static_cast<uint32_t>(upper % k100Million));
+  }
+  return PutEightDigits(out, static_cast<uint32_t>(value % k100Million));
 }
 
 char* PutIpv4(char* out, const uint8_t* octets) {
-  out = PutUnsigned(out, octets[0]);
+  out = PutBelow10000(out, octets[0]);
   for (int i = 1; i < 4; ++i) {
     *out++ = '.';
-    out = PutUnsigned(out, octets[i]);
+    out = PutBelow10000(out, octets[i]);
   }
   return out;
 }

@@ -86,4 +86,8 @@ class Decoder {
   bool has_waiting = false;  // and something that waits
 };
 
+// A glance at a frame that is to be decoded later: the endpoints of a plain UDP packet (Ethernet, IPv4 without
+// options, no fragment), and nothing else of the datagram. False for other frames. Good for prefetching only.
+bool Glance(const capture::Frame& frame, Datagram* datagram);
+
 }  // namespace packet

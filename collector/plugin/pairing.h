@@ -33,6 +33,9 @@ class Pairing : public IRequestSink, public MappingReceiver {
 
   void Handle(const flow::Message& message);
 
+  // Asks the cache for what a response of this flow will need.
+  void Prefetch(const flow::Flow& flow) const { side_table.Prefetch(flow); }
+
   // Lets the parser expire what is too old at this time; its queries are reported under the status.
   void Expire(Microtime now, Status status);
 

@@ -6,9 +6,6 @@
 namespace plugin {
 
 RecordView RecordReader::Read(const EndRequest& record) {
-  static const std::string kAnswers = "Response";
-  static const std::string kRrsigs = "NumRRSIGRecords";
-
   RecordView view;
   view.request_id = record.request_id;
   view.result_code = record.result_code;
@@ -18,12 +15,14 @@ RecordView RecordReader::Read(const EndRequest& record) {
   if (record.request_pattern != nullptr) view.pattern = record.request_pattern;
   const ExtendedEndRequest* extended = Extended(record);
   if (extended == nullptr) return view;
-  const auto answers = extended->strings.find(kAnswers);
-  if (answers != extended->strings.end()) view.answers = answers->second;
-  const auto rrsigs = extended->strings.find(kRrsigs);
-  if (rrsigs == extended->strings.end()) return view;
-  const char* end = rrsigs->second.data() + rrsigs->second.size();
-  view.rrsigs_known = std::from_chars(rrsigs->second.data(), end, view.rrsigs).ec == std::errc{};
+  // There are so few of them that one walk costs less than two look-ups.
+  for (const auto& [key, value] : extended->strings) {
+    if (key == "Response") {
+      view.answers = value;
+    } else if (key == "NumRRSIGRecords") {
+      view.rrsigs_known = std::from_chars(value.data(), value.data() + value.size(), view.rrsigs).ec == std::errc{};
+    }
+  }
   return view;
 }
 

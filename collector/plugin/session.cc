@@ -64,6 +64,8 @@ void Session::AdvanceTime(int64_t now_ns) {
   if (state->flows != nullptr) state->flows->Tick(grid);
 }
 
+void Session::Prefetch(const flow::Flow& flow) const { state->pairing.Prefetch(flow); }
+
 void Session::OnNewFlow(flow::Flow* flow) {
   state->parser->HandleNewStream(&flow->descriptor, &flow->stream_state);
 }

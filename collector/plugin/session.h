@@ -39,6 +39,9 @@ class Session : public flow::Listener {
   // back with them, other old ones change nothing.
   void AdvanceTime(int64_t now_ns);
 
+  // Asks the cache for what a response of this flow will need. Changes nothing.
+  void Prefetch(const flow::Flow& flow) const;
+
   void OnNewFlow(flow::Flow* flow) override;
   void OnMessage(const flow::Message& message) override;
   void OnEndOfFlow(flow::Flow* flow) override;

@@ -60,6 +60,7 @@ class SideTable {
   void SetQuestion(OpenQuery* query, const Questions& questions);
 
   OpenQuery* Find(int32_t request_id) const;                           // null when there is none
+  void Prefetch(const flow::Flow& flow) const;                         // its one open query, for Find
   OpenQuery* FindOpen(const flow::Flow* flow, uint16_t dns_id) const;  // null when there is none
   std::vector<OpenQuery*> All() const;                                 // by ascending request_id
 
