@@ -43,6 +43,14 @@ void PrepareSignals() {
   std::signal(SIGPIPE, SIG_IGN);
 }
 
+void PrepareWorkerSignals() {
+  struct sigaction action {};
+  action.sa_handler = OnInterrupt;
+  sigaction(SIGUSR2, &action, nullptr);
+  std::signal(SIGINT, SIG_IGN);
+  std::signal(SIGTERM, SIG_IGN);
+}
+
 void KeepStandardDescriptors() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (fcntl(descriptor, F_GETFD) >= 0) continue;

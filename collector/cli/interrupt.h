@@ -10,6 +10,10 @@ void PrepareSignals();
 // and gets what was meant for them. Reading and writing them fails as it should.
 void KeepStandardDescriptors();
 
+// For a process that works for another, which hears of SIGINT and SIGTERM too and says when to end: by SIGUSR2, any
+// number of times.
+void PrepareWorkerSignals();
+
 // True once SIGINT or SIGTERM came.
 bool Interrupted();
 

@@ -27,7 +27,8 @@ struct Options {
   bool separate_vlans = false;
   std::string account_file;
   bool strict = false;
-  std::string sandbox;  // "on", "off" or "" for the usual
+  std::string sandbox;   // "on", "off" or "" for the usual
+  uint32_t workers = 0;  // 0: one process does it all, in the order in which exchanges end
 
   std::vector<std::string> interfaces;  // of a live run
   int snap_length = 262144;

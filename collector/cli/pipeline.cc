@@ -23,7 +23,8 @@ Pipeline::Pipeline(const PipelineSettings& settings, const plugin::Library& libr
       session(library, settings.session, listener),
       flows(settings.flow, &session),
       look_ahead(&flows, &session),
-      follow_wall_clock(settings.follow_wall_clock) {
+      follow_wall_clock(settings.follow_wall_clock),
+      share(settings.share) {
   session.Attach(&flows);
 }
 
@@ -36,6 +37,7 @@ void Pipeline::Run(capture::Source* source, const std::function<bool()>& go_on) 
     if (state == capture::ReadState::kIdle) continue;
     look_ahead.Begin(frames);
     for (size_t i = 0; i < frames.size(); ++i) {
+      if (whereabouts != nullptr && whereabouts->EndsBehind(account.packets)) return;
       look_ahead.Step(i);
       Handle(frames[i]);
     }
@@ -45,6 +47,10 @@ void Pipeline::Run(capture::Source* source, const std::function<bool()>& go_on) 
 
 void Pipeline::Handle(const capture::Frame& frame) {
   position = {++account.packets, &frame};
+  if (whereabouts != nullptr) {
+    whereabouts->packet.store(account.packets, std::memory_order_relaxed);
+    whereabouts->source.store(frame.source, std::memory_order_relaxed);
+  }
   // Every packet moves the clock, even one that is then left out: an old query must never pair with a new answer.
   AdvanceTime(frame.time_ns);
   if (filter != nullptr && !filter->Matches(frame)) {
@@ -64,7 +70,10 @@ void Pipeline::AdvanceTime(int64_t now_ns) {
   session.AdvanceTime(now_ns);
 }
 
-void Pipeline::Deliver() { ++account.deliveries[static_cast<size_t>(flows.Handle(datagram))]; }
+void Pipeline::Deliver() {
+  if (share.workers > 1 && !IsOurs(share, datagram)) return;
+  ++account.deliveries[static_cast<size_t>(flows.Handle(datagram))];
+}
 
 // Datagrams whose last fragments never came: they are cut, but they are there.
 void Pipeline::DeliverExpired() {
@@ -72,6 +81,7 @@ void Pipeline::DeliverExpired() {
 }
 
 void Pipeline::Finish() {
+  input_ended = true;
   decoder.Flush();
   DeliverExpired();
   // What is left in streams goes first, so that it can still be answered or time out.

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -7,6 +8,8 @@
 #include "collector/capture/filter.h"
 #include "collector/capture/source.h"
 #include "collector/cli/look_ahead.h"
+#include "collector/cli/share.h"
+#include "collector/cli/whereabouts.h"
 #include "collector/flow/flow_table.h"
 #include "collector/output/account.h"
 #include "collector/packet/decoder.h"
@@ -19,6 +22,7 @@ struct PipelineSettings {
   flow::Settings flow;
   plugin::SessionSettings session;
   bool follow_wall_clock = false;  // where the source pauses, time goes on
+  Share share;                     // of the conversations: the others are passed over
 };
 
 // From frames to exchanges: filter, decoder, flow table and parser in a row.
@@ -29,6 +33,12 @@ class Pipeline {
 
   // Takes everything the source has. Asks `go_on` every now and then, and stops early when it says no.
   void Run(capture::Source* source, const std::function<bool()>& go_on);
+
+  // The input has ended, and what is open comes out.
+  bool finishing() const { return input_ended; }
+
+  // Says from now on in `place` which packet is in hand, and ends where it says. It must outlive the pipeline.
+  void Publish(Whereabouts* place) { whereabouts = place; }
 
   // The input has ended: what is still open comes out.
   void Finish();
@@ -52,6 +62,9 @@ class Pipeline {
   packet::Datagram datagram;
   output::Account account;
   bool follow_wall_clock;
+  Share share;
+  bool input_ended = false;
+  Whereabouts* whereabouts = nullptr;
 };
 
 }  // namespace cli

@@ -1,12 +1,13 @@
 #include <unistd.h>
 
-#include <CLI/App.hpp>
+#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "collector/cli/commands.h"
 #include "collector/cli/conditions.h"
 #include "collector/cli/run.h"
 #include "collector/cli/terminal.h"
+#include "collector/cli/workers.h"
 #include "collector/output/record_writer.h"
 
 namespace cli {
@@ -80,6 +81,9 @@ void AddReadOptions(CLI::App* app, Options* options) {
   AddFileOptions(app, options);
   AddInputOptions(app, options);
   AddRecordOptions(app, options);
+  app->add_option("--workers", options->workers, "processes that share the conversations; not for tables")
+      ->check(CLI::Range(1, 64).description(""))
+      ->type_name("NUMBER");
 }
 
 void AddLiveOptions(CLI::App* app, Options* options) {
@@ -90,7 +94,7 @@ void AddLiveOptions(CLI::App* app, Options* options) {
 
 int RunRead(const Options& options) {
   RecordPrinter printer(options);
-  return RunCaptures(options, &printer);
+  return options.workers > 0 ? RunWorkers(options, &printer) : RunCaptures(options, &printer);
 }
 
 int RunLiveRead(const Options& options) {

@@ -1,13 +1,11 @@
 #include "collector/cli/run.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <memory>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 
 #include "collector/capture/live.h"
@@ -19,79 +17,13 @@
 #include "collector/cli/plugin_path.h"
 #include "collector/cli/privileges.h"
 #include "collector/cli/progress.h"
+#include "collector/cli/run_parts.h"
 #include "collector/cli/sandbox.h"
 #include "collector/cli/terminal.h"
 #include "collector/cli/usage_error.h"
-#include "collector/output/text.h"
 
 namespace cli {
 namespace {
-
-// Messages keep what UTF-8 a file name has; control characters never reach a terminal.
-std::string WithoutControls(std::string text) {
-  for (char& character : text) {
-    if (static_cast<unsigned char>(character) < 0x20 || character == 0x7f) character = '?';
-  }
-  return text;
-}
-
-void PrintLine(const std::string& text) { std::fputs((WithoutControls(text) + "\n").c_str(), stderr); }
-
-// The plug-in's log quotes names out of packets.
-void PrintLog(int, const std::string& line) { PrintLine(output::Printable(line)); }
-
-bool SameFile(const std::string& one, const std::string& other) {
-  struct stat a {};
-  struct stat b {};
-  if (stat(one.c_str(), &a) != 0 || stat(other.c_str(), &b) != 0) return false;
-  return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
-}
-
-void RefuseInputs(const Options& options, const char* option, const std::string& path) {
-  for (const std::string& file : options.files) {
-    if (SameFile(path, file)) throw UsageError(std::string(option) + ": '" + path + "' is one of the captures");
-  }
-}
-
-std::unique_ptr<output::Buffer> OpenOutput(const Options& options) {
-  if (options.output_file.empty()) return std::make_unique<output::Buffer>(STDOUT_FILENO, "standard output");
-  RefuseInputs(options, "--output", options.output_file);
-  return std::make_unique<output::Buffer>(options.output_file);
-}
-
-std::unique_ptr<output::Buffer> OpenAccount(const Options& options) {
-  if (options.account_file.empty()) return nullptr;
-  RefuseInputs(options, "--account", options.account_file);
-  return std::make_unique<output::Buffer>(options.account_file);
-}
-
-std::unique_ptr<capture::Source> OpenSources(const std::vector<std::string>& files) {
-  std::vector<std::unique_ptr<capture::Source>> sources;
-  sources.reserve(files.size());
-  for (const std::string& file : files) {
-    sources.push_back(capture::OpenFile(file, static_cast<uint32_t>(sources.size())));
-  }
-  if (sources.size() == 1) return std::move(sources.front());
-  return capture::MergeByTime(std::move(sources));
-}
-
-PipelineSettings SettingsFrom(const Options& options) {
-  PipelineSettings settings;
-  if (options.interfaces.empty()) settings.filter = options.filter;  // live, it runs in the kernel
-  if (!options.ports.empty()) settings.flow.dns_ports = options.ports;
-  settings.flow.separate_vlans = options.separate_vlans;
-  settings.follow_wall_clock = !options.interfaces.empty();
-  std::vector<std::string> unknown;
-  settings.session.args = PluginArguments(options.settings, &unknown);
-  for (const std::string& key : unknown) {
-    PrintProblem("warning: the plug-in may not know the key '" + key + "'; it is passed on");
-  }
-  constexpr int kEverything = 5;
-  constexpr int kWithoutTraces = 4;
-  settings.session.log_level = options.verbosity > 1 ? kEverything : options.verbosity == 1 ? kWithoutTraces : 0;
-  settings.session.log_line = options.verbosity > 0 ? PrintLog : nullptr;
-  return settings;
-}
 
 std::unique_ptr<capture::LiveSource> OpenInterfaces(const Options& options) {
   if (options.interfaces.empty()) return nullptr;
@@ -153,8 +85,9 @@ class Run {
 
     output::Account account = CurrentAccount();
     account.interrupted = interrupted;
-    Report(account);
-    return ExitCode(account);
+    const Ending ending{options, account, problems, buffer.get(), account_buffer.get()};
+    Report(ending);
+    return ExitCode(ending);
   }
 
  private:
@@ -204,27 +137,6 @@ class Run {
     std::fputs(AccountText(account).c_str(), stderr);
   }
 
-  void Report(const output::Account& account) {
-    for (const std::string& problem : problems) PrintProblem(problem);
-    if (account_buffer != nullptr) {
-      account_buffer->Write(AccountJson(account).dump(2) + "\n");
-      account_buffer->Close();
-      if (!account_buffer->Good()) PrintProblem(account_buffer->Problem());
-    }
-    if (!buffer->Problem().empty()) PrintProblem(buffer->Problem());
-    if (options.quiet) return;
-    PrintLine(account.health);
-    std::fputs(AccountText(account).c_str(), stderr);
-  }
-
-  int ExitCode(const output::Account& account) const {
-    if (!buffer->Problem().empty()) return kRuntimeError;
-    if (account_buffer != nullptr && !account_buffer->Good()) return kRuntimeError;
-    if (account.interrupted && live == nullptr) return kInterruptedRun;  // a live run has no other end
-    if (account.input_problems > 0) return kRuntimeError;
-    return options.strict && !Losses(account).empty() ? kSomethingLost : 0;
-  }
-
   const Options& options;
   Consumer* consumer;
   plugin::Library library;
@@ -241,8 +153,6 @@ class Run {
 };
 
 }  // namespace
-
-void PrintProblem(const std::string& text) { PrintLine("dnspair: " + text); }
 
 bool WritesToTerminal(const Options& options) { return options.output_file.empty() && IsTerminal(STDOUT_FILENO); }
 

@@ -1,6 +1,7 @@
 #include "collector/output/account.h"
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <nlohmann/json.hpp>
 #include <numeric>
@@ -155,7 +156,61 @@ uint64_t DroppedByKernel(const Account& account) {
   return dropped;
 }
 
+// A structure of nothing but 64-bit counters.
+template <typename Counters>
+void AddCounters(Counters* sum, const Counters& other) {
+  using Words = std::array<uint64_t, sizeof(Counters) / sizeof(uint64_t)>;
+  static_assert(sizeof(Words) == sizeof(Counters));
+  auto words = std::bit_cast<Words>(*sum);
+  const auto added = std::bit_cast<Words>(other);
+  for (size_t i = 0; i < words.size(); ++i) words[i] += added[i];
+  *sum = std::bit_cast<Counters>(words);
+}
+
+// Each figure of the first line, and the one of the same name in the other.
+std::string SumOfHealth(const std::string& one, const std::string& other) {
+  const nlohmann::ordered_json figures = HealthFigures(one);
+  const nlohmann::ordered_json added = HealthFigures(other);
+  std::string line = one.substr(0, one.find(' '));
+  for (const auto& [name, figure] : figures.items()) {
+    const int64_t sum = figure.get<int64_t>() + added.value(name, int64_t{0});
+    line.append(" ").append(name).append(":").append(std::to_string(sum));
+  }
+  return line;
+}
+
 }  // namespace
+
+void KeepOwnShare(Account* account) {
+  account->packets = 0;
+  account->filtered = 0;
+  account->not_filtered.clear();
+  account->outcomes = {};
+  account->unknown_link_types.clear();
+  account->fragments = {};
+  account->fragments_held = 0;
+  account->clock_steps_back = 0;
+  account->input_problems = 0;
+}
+
+void AddAccount(Account* sum, const Account& other) {
+  sum->packets += other.packets;
+  sum->filtered += other.filtered;
+  for (const auto& [name, count] : other.not_filtered) sum->not_filtered[name] += count;
+  AddCounters(&sum->outcomes, other.outcomes);
+  AddCounters(&sum->deliveries, other.deliveries);
+  for (const auto& [name, count] : other.unknown_link_types) sum->unknown_link_types[name] += count;
+  AddCounters(&sum->fragments, other.fragments);
+  sum->fragments_held += other.fragments_held;
+  AddCounters(&sum->flows, other.flows);
+  AddCounters(&sum->messages, other.messages);
+  sum->clock_steps_back += other.clock_steps_back;
+  sum->exchanges += other.exchanges;
+  sum->waiting += other.waiting;
+  sum->shown += other.shown;
+  sum->input_problems += other.input_problems;
+  sum->health = sum->health.empty() ? other.health : SumOfHealth(sum->health, other.health);
+}
 
 std::vector<std::string> Contradictions(const Account& account) {
   std::vector<std::string> wrong;

@@ -15,7 +15,8 @@
 
 namespace output {
 
-// Where every packet and every message of a run went.
+// Where every packet and every message of a run went. Filled in by one process; the accounts of several that shared
+// the conversations among them can be added.
 struct Account {
   static constexpr size_t kOutcomes = static_cast<size_t>(packet::Outcome::kCount);
   static constexpr size_t kDeliveries = static_cast<size_t>(flow::Delivery::kCount);
@@ -43,6 +44,13 @@ struct Account {
 
   std::string health;  // the plug-in's line
 };
+
+// What all processes see of their common input counts in the account of one of them; this leaves in another's what
+// belongs to its own conversations.
+void KeepOwnShare(Account* account);
+
+// Adds the account of another process, its own share. Health lines are added figure by figure.
+void AddAccount(Account* sum, const Account& other);
 
 // What does not add up, a sentence each. Empty for every run: anything else is a defect of ours.
 std::vector<std::string> Contradictions(const Account& account);

@@ -39,7 +39,17 @@ void Buffer::Write(const std::string& record) {
   Commit(std::copy(record.begin(), record.end(), Room(record.size())));
 }
 
+void Buffer::Grow(size_t bytes) {
+  const std::string_view held = Held();
+  size = std::max(held.size() + bytes, 2 * size);
+  std::unique_ptr<char[]> larger(new char[size]);
+  free = std::copy(held.begin(), held.end(), larger.get());
+  memory = std::move(larger);
+  limit = memory.get() + size;
+}
+
 void Buffer::MakeRoom(size_t bytes) {
+  if (in_memory) return Grow(bytes);
   Flush();
   if (bytes <= size) return;
   size = std::max(bytes, 2 * size);
@@ -54,6 +64,7 @@ bool Buffer::WaitWritable() const {
 }
 
 void Buffer::Flush() {
+  if (in_memory) return;
   const char* at = memory.get();
   while (good && at != free) {
     const ssize_t written = write(fd, at, static_cast<size_t>(free - at));

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <string_view>
 
 namespace output {
 
@@ -18,6 +19,9 @@ class Buffer {
 
   // Creates the file, or empties the one that is there. Throws std::runtime_error "path: reason".
   explicit Buffer(const std::string& path);
+
+  // Writes nowhere: what is written stays until Drop, in memory that grows as it must.
+  Buffer() : Buffer(-1, "", kSmallest) { in_memory = true; }
 
   ~Buffer();
   Buffer(const Buffer&) = delete;
@@ -43,6 +47,10 @@ class Buffer {
   void Flush();
   void Close();
 
+  // What is there and was not written out yet.
+  std::string_view Held() const { return {memory.get(), static_cast<size_t>(free - memory.get())}; }
+  void Drop() { free = memory.get(); }
+
   // False after an error or once the reader of a pipe is gone.
   bool Good() const { return good; }
 
@@ -50,12 +58,16 @@ class Buffer {
   const std::string& Problem() const { return problem; }
 
  private:
+  static constexpr size_t kSmallest = size_t{1} << 14;
+
   void MakeRoom(size_t bytes);
+  void Grow(size_t bytes);
   void Fail(int error);
   bool WaitWritable() const;
 
   int fd = -1;
   bool owned = false;
+  bool in_memory = false;
   bool good = true;
   std::string name;
   std::string problem;

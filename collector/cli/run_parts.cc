@@ -1,0 +1,109 @@
+#include "collector/cli/run_parts.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "collector/capture/open.h"
+#include "collector/cli/run.h"
+#include "collector/cli/usage_error.h"
+#include "collector/output/text.h"
+
+namespace cli {
+namespace {
+
+// Messages keep what UTF-8 a file name has; control characters never reach a terminal.
+std::string WithoutControls(std::string text) {
+  for (char& character : text) {
+    if (static_cast<unsigned char>(character) < 0x20 || character == 0x7f) character = '?';
+  }
+  return text;
+}
+
+void PrintLine(const std::string& text) { std::fputs((WithoutControls(text) + "\n").c_str(), stderr); }
+
+// The plug-in's log quotes names out of packets.
+void PrintLog(int, const std::string& line) { PrintLine(output::Printable(line)); }
+
+bool SameFile(const std::string& one, const std::string& other) {
+  struct stat a {};
+  struct stat b {};
+  if (stat(one.c_str(), &a) != 0 || stat(other.c_str(), &b) != 0) return false;
+  return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+void RefuseInputs(const Options& options, const char* option, const std::string& path) {
+  for (const std::string& file : options.files) {
+    if (SameFile(path, file)) throw UsageError(std::string(option) + ": '" + path + "' is one of the captures");
+  }
+}
+
+}  // namespace
+
+void PrintProblem(const std::string& text) { PrintLine("dnspair: " + text); }
+
+std::unique_ptr<output::Buffer> OpenOutput(const Options& options) {
+  if (options.output_file.empty()) return std::make_unique<output::Buffer>(STDOUT_FILENO, "standard output");
+  RefuseInputs(options, "--output", options.output_file);
+  return std::make_unique<output::Buffer>(options.output_file);
+}
+
+std::unique_ptr<output::Buffer> OpenAccount(const Options& options) {
+  if (options.account_file.empty()) return nullptr;
+  RefuseInputs(options, "--account", options.account_file);
+  return std::make_unique<output::Buffer>(options.account_file);
+}
+
+std::unique_ptr<capture::Source> OpenSources(const std::vector<std::string>& files) {
+  std::vector<std::unique_ptr<capture::Source>> sources;
+  sources.reserve(files.size());
+  for (const std::string& file : files) {
+    sources.push_back(capture::OpenFile(file, static_cast<uint32_t>(sources.size())));
+  }
+  if (sources.size() == 1) return std::move(sources.front());
+  return capture::MergeByTime(std::move(sources));
+}
+
+PipelineSettings SettingsFrom(const Options& options) {
+  PipelineSettings settings;
+  if (options.interfaces.empty()) settings.filter = options.filter;  // live, it runs in the kernel
+  if (!options.ports.empty()) settings.flow.dns_ports = options.ports;
+  settings.flow.separate_vlans = options.separate_vlans;
+  settings.follow_wall_clock = !options.interfaces.empty();
+  std::vector<std::string> unknown;
+  settings.session.args = PluginArguments(options.settings, &unknown);
+  for (const std::string& key : unknown) {
+    PrintProblem("warning: the plug-in may not know the key '" + key + "'; it is passed on");
+  }
+  constexpr int kEverything = 5;
+  constexpr int kWithoutTraces = 4;
+  settings.session.log_level = options.verbosity > 1 ? kEverything : options.verbosity == 1 ? kWithoutTraces : 0;
+  settings.session.log_line = options.verbosity > 0 ? PrintLog : nullptr;
+  return settings;
+}
+
+void Report(const Ending& ending) {
+  for (const std::string& problem : ending.problems) PrintProblem(problem);
+  if (ending.account_buffer != nullptr) {
+    ending.account_buffer->Write(AccountJson(ending.account).dump(2) + "\n");
+    ending.account_buffer->Close();
+    if (!ending.account_buffer->Good()) PrintProblem(ending.account_buffer->Problem());
+  }
+  if (!ending.buffer->Problem().empty()) PrintProblem(ending.buffer->Problem());
+  if (ending.options.quiet) return;
+  PrintLine(ending.account.health);
+  std::fputs(AccountText(ending.account).c_str(), stderr);
+}
+
+int ExitCode(const Ending& ending) {
+  const bool live = !ending.options.interfaces.empty();
+  if (!ending.buffer->Problem().empty()) return kRuntimeError;
+  if (ending.account_buffer != nullptr && !ending.account_buffer->Good()) return kRuntimeError;
+  if (ending.account.interrupted && !live) return kInterruptedRun;  // a live run has no other end
+  if (ending.account.input_problems > 0) return kRuntimeError;
+  return ending.options.strict && !Losses(ending.account).empty() ? kSomethingLost : 0;
+}
+
+}  // namespace cli
