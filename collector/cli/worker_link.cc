@@ -16,7 +16,6 @@ namespace cli {
 namespace {
 
 constexpr size_t kStatusRoom = 4096;
-constexpr size_t kPipeEnds = 2;
 constexpr int kPatienceMs = 200;
 
 void Close(int* descriptor) {
@@ -52,17 +51,15 @@ WorkerLink::WorkerLink() {
   chunks = static_cast<char*>(memory) + kStatusRoom;
   if (pipe2(filled, O_CLOEXEC) != 0 || pipe2(emptied, O_CLOEXEC) != 0) {
     const int error = errno;
-    for (size_t i = 0; i < kPipeEnds; ++i) Close(&filled[i]);
+    for (int& end : filled) Close(&end);
     munmap(memory, kStatusRoom + kChunk * kChunks);
     throw std::system_error(error, std::generic_category(), "pipes for a worker");
   }
 }
 
 WorkerLink::~WorkerLink() {
-  for (size_t i = 0; i < kPipeEnds; ++i) {
-    Close(&filled[i]);
-    Close(&emptied[i]);
-  }
+  for (int& end : filled) Close(&end);
+  for (int& end : emptied) Close(&end);
   munmap(shared_status, kStatusRoom + kChunk * kChunks);
 }
 

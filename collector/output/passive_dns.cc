@@ -36,26 +36,26 @@ constexpr size_t kRoomForFixedFields = 512;
 char* PutJson(char* out, const Mapping& mapping) {
   const auto put_name = [&](std::string_view name) { out = PutBytes(out, name, Style::kJson); };
   const auto put = [&](std::string_view text) { out = PutText(out, text); };
-  put("{\"rrname\":\"");
+  put(R"({"rrname":")");
   if (mapping.reverse) {
     out = PutIpv4(out, mapping.ipv4, true);
-    put(".in-addr.arpa\",\"rrtype\":\"PTR\",\"rdata\":\"");
+    put(R"(.in-addr.arpa","rrtype":"PTR","rdata":")");
     put_name(mapping.name);
   } else {
     put_name(mapping.name);
-    put("\",\"rrtype\":\"A\",\"rdata\":\"");
+    put(R"(","rrtype":"A","rdata":")");
     out = PutIpv4(out, mapping.ipv4, false);
   }
-  put("\",\"time_first\":");
+  put(R"(","time_first":)");
   out = PutInteger(out, Seconds(mapping.first_ns));
-  put(",\"time_last\":");
+  put(R"(,"time_last":)");
   out = PutInteger(out, Seconds(mapping.last_ns));
-  put(",\"count\":");
+  put(R"(,"count":)");
   out = PutInteger(out, static_cast<int64_t>(mapping.count));
   if (!mapping.reverse && mapping.question != mapping.name) {
-    put(",\"question\":\"");
+    put(R"(,"question":")");
     put_name(mapping.question);
-    put("\"");
+    put(R"(")");
   }
   put("}\n");
   return out;
