@@ -27,13 +27,13 @@ struct Options {
   bool separate_vlans = false;
   std::string account_file;
   bool strict = false;
-  std::string sandbox;   // "on", "off" or "" for the usual
-  uint32_t workers = 0;  // 0: one process does it all, in the order in which exchanges end
+  std::string sandbox;  // "on", "off" or "" for the usual
 
   std::vector<std::string> interfaces;  // of a live run
   int snap_length = 262144;
   bool no_promiscuous = false;
   int buffer_mib = 16;    // of the kernel, for each interface
+  uint32_t workers = 0;   // on captures; 0: one process does it all, in the order in which exchanges end
   std::string user;       // whom the run belongs to once everything is open
   bool show_top = false;  // a screen instead of records
 
