@@ -120,6 +120,33 @@ TEST_CASE("a live run that is ended reports what is open") {
         }) == "");
 }
 
+TEST_CASE("a run whose interface goes down goes on when it is up again") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run;
+          if (!run.Watches(client, server)) return "nothing was seen";
+          test::SetLoopback(0);
+          std::this_thread::sleep_for(milliseconds(300));
+          test::SetLoopback(IFF_UP | IFF_RUNNING);
+          client.Send(server, support::Query(7).Question("later.example", support::kA));
+          server.Send(client, support::Response(7).Question("later.example", support::kA));
+          if (!WaitFor([&] { return run.Shows("later.example", "answered"); })) return "nothing is seen any more";
+          return run.Stop() == 0 ? "" : "SIGTERM is not its ordinary end";
+        }) == "");
+}
+
+TEST_CASE("a run that is killed leaves whole lines") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          LiveRun run;
+          if (!run.Watches(client, server)) return "nothing was seen";
+          run.Stop(SIGKILL);
+          return Content(run.records.path).ends_with("}\n") ? "" : "half a line";
+        }) == "");
+}
+
 TEST_CASE("SIGUSR1 shows an account that adds up") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {

@@ -29,17 +29,19 @@ inline bool WaitFor(const std::function<bool()>& condition) {
   return false;
 }
 
-// Moves the process into an empty network with a loopback interface.
-inline bool EnterNetwork() {
-  if (unshare(CLONE_NEWNET) != 0) return false;
+// Sets the loopback interface's flags; 0 takes it down.
+inline bool SetLoopback(short flags) {
   const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   ifreq request{};
   std::string("lo").copy(request.ifr_name, IFNAMSIZ - 1);
-  request.ifr_flags = IFF_UP | IFF_RUNNING;
-  const bool up = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
+  request.ifr_flags = flags;
+  const bool set = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
   close(fd);
-  return up;
+  return set;
 }
+
+// Moves the process into an empty network with a loopback interface.
+inline bool EnterNetwork() { return unshare(CLONE_NEWNET) == 0 && SetLoopback(IFF_UP | IFF_RUNNING); }
 
 inline bool MayEnterNetwork() {
   static const bool may = RunInChild([] { _exit(EnterNetwork() ? 0 : 1); }).ExitCode() == 0;
