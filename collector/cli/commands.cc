@@ -37,8 +37,10 @@ constexpr Command kCommands[] = {
      "  dnspair live -i eth0 -i eth1 -Z nobody --format json -o /var/log/dnspair.json\n"
      "  dnspair live -i any --where status=timeout -- host 192.0.2.1\n"
      "  dnspair live -i eth0 --top\n"
+     "  dnspair live -i eth0 -G 3600 -C 1G -o '/var/log/dns-%Y%m%d-%H.json' --mask-clients 24,48\n"
      "Ctrl-C or SIGTERM ends the run with everything written; SIGUSR1 prints the account so far; SIGHUP opens\n"
-     "the file of -o again after it was moved.\n",
+     "the file of -o again after it was moved, or begins another with -C or -G.\n"
+     "Those files are called NAME.part until they are whole, and none that is there already is touched.\n",
      AddLiveOptions, RunLiveRead},
     {"summary", "rates, results and response times of a capture",
      "Examples:\n"

@@ -30,6 +30,10 @@ TEST_CASE("wrong usage is one line, a hint and exit code 2") {
   CheckRefused({"read", "x", "--columns", "a"}, "--columns: there is no column 'a'", "dnspair read");
   CheckRefused({"read", "x", "--columns", "qname", "--format", "ecs"},
                "--columns: the format ecs has fields of its own", "dnspair read");
+  CheckRefused({"read", "x", "--mask-clients", "24"},
+               "--mask-clients: '24' is not a length for IPv4 and one for IPv6, such as 24,48", "dnspair read");
+  CheckRefused({"read", "x", "--mask-clients", "24,48", "-v"},
+               "--mask-clients: the plug-in's log (--verbose) would show them", "dnspair read");
   CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': there is no column 'a'", "dnspair read");
   CheckRefused({"live"}, "--interface is required", "dnspair live");
   CheckRefused({"names", "x", "--where", "a=b"}, "there is no option '--where'", "dnspair names");

@@ -2,10 +2,13 @@
 // say that they were skipped.
 
 #include <doctest/doctest.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 
+#include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <thread>
@@ -31,8 +34,9 @@ std::string Content(const std::string& path) {
 // A live run that writes records and messages to files.
 class LiveRun {
  public:
-  explicit LiveRun(std::vector<std::string> more = {}) : records(""), messages("") {
-    std::vector<std::string> arguments{"live", "-i", "lo", "--format", "json", "-o", records.path};
+  explicit LiveRun(std::vector<std::string> more = {}, const std::string& output = {}) : records(""), messages("") {
+    std::vector<std::string> arguments{"live", "-i", "lo", "-o", output.empty() ? records.path : output};
+    if (output.empty()) arguments.insert(arguments.end(), {"--format", "json"});
     arguments.insert(arguments.end(), more.begin(), more.end());
     child = fork();
     if (child != 0) return;
@@ -178,6 +182,59 @@ TEST_CASE("SIGHUP opens a file again that was moved away") {
           const bool kept = Content(moved).find("ready.example") != std::string::npos;
           std::remove(moved.c_str());
           return later && kept ? "" : "records went to the wrong file";
+        }) == "");
+}
+
+TEST_CASE("files end by the clock, on a silent wire too") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          const std::string folder = test::TemporaryFile("").path + ".d";
+          mkdir(folder.c_str(), 0755);
+          const auto files = [&] {
+            std::vector<std::filesystem::path> found;
+            for (const auto& entry : std::filesystem::directory_iterator(folder)) found.push_back(entry.path());
+            std::sort(found.begin(), found.end());
+            return found;
+          };
+          std::string wrong;
+          {
+            LiveRun run({"-G", "1", "--format", "csv"}, folder + "/dns-%s.csv");
+            if (!WaitFor([&] { return files().size() >= 3; })) wrong = "no more files";
+            run.Signal(SIGKILL);
+          }
+          const auto left = files();
+          int parts = 0;
+          for (const auto& file : left) {
+            if (file.extension() == ".part") ++parts;
+            if (file.extension() == ".csv" && !Content(file).starts_with("ts_us,")) wrong = "a file without header";
+          }
+          if (parts != 1) wrong = "not one file was being written";
+          std::filesystem::remove_all(folder);
+          return wrong;
+        }) == "");
+}
+
+TEST_CASE("SIGHUP and the end of a run make files whole") {
+  if (!MayEnterNetwork()) return;
+  CHECK(InNetwork([]() -> std::string {
+          const Endpoint client(40000), server(53);
+          const std::string name = test::TemporaryFile("").path;
+          const std::string first = name + ".json";
+          const std::string second = name + "-1.json";
+          const auto is_there = [](const std::string& path) { return access(path.c_str(), F_OK) == 0; };
+          std::string wrong;
+          {
+            LiveRun run({"-C", "100"}, first);
+            if (!WaitFor([&] { return is_there(first + ".part"); })) wrong = "no file";
+            run.Signal(SIGHUP);
+            if (!WaitFor([&] { return is_there(first) && is_there(second + ".part"); })) wrong = "no second file";
+            if (run.Stop() != 0) wrong = "it did not end well: " + run.Messages();
+            if (!is_there(second) || is_there(second + ".part")) wrong = "the last file is not whole";
+          }
+          std::remove(second.c_str());
+          std::remove(first.c_str());
+          return wrong;
         }) == "");
 }
 

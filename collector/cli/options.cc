@@ -63,6 +63,10 @@ void AddInputOptions(CLI::App* app, Options* options) {
                   "allow only the system calls that a run needs (seccomp): on (usual for live) or off")
       ->check(CLI::IsMember({"on", "off"}).description(""))
       ->type_name("on|off");
+  app->add_option(
+         "--mask-clients", options->client_mask,
+         "hide clients: of their addresses only so many bits of IPv4 and of IPv6 are written, such as 24,48")
+      ->type_name("BITS,BITS");
   app->add_flag("--strict", options->strict, "exit with 3 when anything was lost");
 }
 
@@ -84,6 +88,21 @@ std::vector<std::string> ChoicesOf(CLI::Option& option) {
   std::istringstream names(option.get_validator(0)->get_name());
   for (std::string name; std::getline(names, name, ',');) choices.push_back(name);
   return choices;
+}
+
+void AddRotationOptions(CLI::App* app, Options* options, bool with_time) {
+  app->add_option(
+         "-C,--rotate-size", options->rotate_size,
+         "begin another file when the one of -o has so many millions of bytes, or KiB, MiB or GiB with a K, M "
+         "or G behind the number")
+      ->type_name("SIZE");
+  if (!with_time) return;
+  app->add_option(
+         "-G,--rotate-seconds", options->rotate_seconds,
+         "begin another file at each multiple of this time; strftime puts the time into the name of -o, in "
+         "UTC: dns-%Y%m%d-%H%M%S.json")
+      ->check(CLI::Range(1, 31536000).description(""))
+      ->type_name("SECONDS");
 }
 
 void AddWhereOption(CLI::App* app, Options* options) {

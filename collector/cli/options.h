@@ -27,7 +27,8 @@ struct Options {
   bool separate_vlans = false;
   std::string account_file;
   bool strict = false;
-  std::string sandbox;  // "on", "off" or "" for the usual
+  std::string sandbox;      // "on", "off" or "" for the usual
+  std::string client_mask;  // prefix lengths, "" to show clients as they are
 
   std::vector<std::string> interfaces;  // of a live run
   int snap_length = 262144;
@@ -41,6 +42,8 @@ struct Options {
   std::string columns;
   std::vector<std::string> where;
   std::string output_file;
+  std::string rotate_size;     // "" for files of any size
+  int64_t rotate_seconds = 0;  // 0 for no end
   size_t top = 10;
   std::string title;  // of a page, "" for one made of the captures' names
 };
@@ -63,6 +66,9 @@ std::vector<std::string> ChoicesOf(CLI::Option& option);
 
 // -o.
 void AddOutputFileOption(CLI::App* app, Options* options);
+
+// -C, and -G where time goes on while the run waits.
+void AddRotationOptions(CLI::App* app, Options* options, bool with_time);
 
 // --where.
 void AddWhereOption(CLI::App* app, Options* options);

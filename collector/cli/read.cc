@@ -84,12 +84,14 @@ void AddReadOptions(CLI::App* app, Options* options) {
   app->add_option("--workers", options->workers, "processes that share the conversations; not for tables")
       ->check(CLI::Range(1, 64).description(""))
       ->type_name("NUMBER");
+  AddRotationOptions(app, options, false);
 }
 
 void AddLiveOptions(CLI::App* app, Options* options) {
   AddInterfaceOptions(app, options);
   AddInputOptions(app, options);
   AddRecordOptions(app, options);
+  AddRotationOptions(app, options, true);
 }
 
 int RunRead(const Options& options) {

@@ -6,17 +6,20 @@
 #include <chrono>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 
 #include "collector/capture/live.h"
 #include "collector/capture/open.h"
 #include "collector/capture/stop.h"
+#include "collector/cli/forwarding.h"
 #include "collector/cli/interrupt.h"
 #include "collector/cli/last_words.h"
 #include "collector/cli/pipeline.h"
 #include "collector/cli/plugin_path.h"
 #include "collector/cli/privileges.h"
 #include "collector/cli/progress.h"
+#include "collector/cli/rotate.h"
 #include "collector/cli/run_parts.h"
 #include "collector/cli/sandbox.h"
 #include "collector/cli/terminal.h"
@@ -47,6 +50,17 @@ void Confine(const Options& options) {
   PrintProblem("warning: " + lack + "; the run goes on without a sandbox, as with --sandbox off");
 }
 
+std::optional<output::Rotation> MakeRotation(const Options& options) {
+  std::optional<output::RotationSettings> settings = RotationFrom(options);
+  if (!settings) return std::nullopt;
+  return output::Rotation(std::move(*settings));
+}
+
+int64_t WallClock() {
+  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
 // Records of live runs are at most this old when they leave the buffer.
 constexpr auto kLongestHeld = std::chrono::milliseconds(500);
 
@@ -56,18 +70,22 @@ class Run {
   Run(const Options& given, Consumer* consumer_of_run)
       : options(given),
         consumer(consumer_of_run),
+        mask(MaskFrom(given)),
+        rotation(MakeRotation(given)),
         library(given.plugin.empty() ? FindPlugin() : given.plugin),
-        pipeline(SettingsFrom(given), library, consumer_of_run),
+        pipeline(SettingsFrom(given), library, FirstListener()),
         live(OpenInterfaces(given)),
         files(live != nullptr ? nullptr : OpenSources(given.files)),
         source(live != nullptr ? live.get() : files.get()),
-        buffer(OpenOutput(given)),
+        buffer(rotation ? nullptr : OpenOutput(given)),
         account_buffer(OpenAccount(given)),
         flush_often(WritesToTerminal(given) || FromPipe(given)),
         progress(live == nullptr && !given.quiet && !WritesToTerminal(given)) {
     // Whatever needs privileges is open now, and nothing out of a packet has been looked at.
     if (!given.user.empty()) DropPrivileges(given.user);
     Confine(given);
+    // As all that follow: what the user may not write shows at once, and not with the second file.
+    if (rotation) buffer = rotation->Begin(WallClock());
   }
 
   int Execute() {
@@ -81,7 +99,7 @@ class Run {
     progress.Clear();
     consumer->End();
     consumer->EndFile();
-    buffer->Close();
+    rotation ? rotation->Finish(buffer.get()) : buffer->Close();
 
     output::Account account = CurrentAccount();
     account.interrupted = interrupted;
@@ -95,11 +113,37 @@ class Run {
     return std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
   }
 
+  // The consumer, behind what changes the exchanges on their way to it.
+  plugin::ExchangeListener* FirstListener() {
+    plugin::ExchangeListener* first = consumer;
+    if (!options.rotate_size.empty()) first = &size_watch.emplace(first, [this] { LookAtSize(); });
+    if (mask) first = &masking.emplace(first, *mask);
+    return first;
+  }
+
+  void LookAtSize() {
+    if (buffer->Good() && rotation->IsFull(*buffer)) NextFile();
+  }
+
+  void NextFile() {
+    consumer->EndFile();
+    if (rotation->Next(buffer.get(), WallClock())) consumer->BeginFile();
+  }
+
+  // Whoever asks has moved the file away, or wants it whole.
+  void Reopen() {
+    if (rotation) return NextFile();
+    if (!buffer->IsMoved()) return;
+    consumer->EndFile();
+    if (buffer->Reopen()) consumer->BeginFile();
+  }
+
   output::Account CurrentAccount() {
     output::Account account = pipeline.Account();
     account.exchanges = consumer->delivered;
     account.shown = consumer->shown;
     account.input_problems = problems.size();
+    account.client_mask = mask;
     if (live != nullptr) account.interfaces = live->Counts();
     return account;
   }
@@ -130,7 +174,8 @@ class Run {
       buffer->Flush();
       last_flush = now;
     }
-    if (TakeReopenRequest() && buffer->Reopen()) consumer->BeginFile();
+    if (TakeReopenRequest()) Reopen();
+    if (rotation && rotation->IsOver(WallClock())) NextFile();
     if (!TakeAccountRequest()) return;
     output::Account account = CurrentAccount();
     account.waiting = account.messages.begun - account.exchanges;
@@ -139,6 +184,10 @@ class Run {
 
   const Options& options;
   Consumer* consumer;
+  std::optional<output::ClientMask> mask;
+  std::optional<output::Rotation> rotation;
+  std::optional<AfterEach> size_watch;  // where files have a size
+  std::optional<Masking> masking;       // where there is a mask
   plugin::Library library;
   Pipeline pipeline;
   std::unique_ptr<capture::LiveSource> live;  // null for captures

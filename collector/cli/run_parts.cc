@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "collector/capture/open.h"
+#include "collector/cli/conditions.h"
 #include "collector/cli/run.h"
 #include "collector/cli/usage_error.h"
 #include "collector/output/text.h"
@@ -82,6 +83,13 @@ PipelineSettings SettingsFrom(const Options& options) {
   settings.session.log_level = options.verbosity > 1 ? kEverything : options.verbosity == 1 ? kWithoutTraces : 0;
   settings.session.log_line = options.verbosity > 0 ? PrintLog : nullptr;
   return settings;
+}
+
+std::optional<output::ClientMask> MaskFrom(const Options& options) {
+  if (options.client_mask.empty()) return std::nullopt;
+  // The plug-in's log tells of packets, with their addresses.
+  if (options.verbosity > 0) throw UsageError("--mask-clients: the plug-in's log (--verbose) would show them");
+  return Understand("--mask-clients", [&] { return output::ClientMask(options.client_mask); });
 }
 
 void Report(const Ending& ending) {

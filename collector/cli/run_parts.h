@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -9,6 +10,7 @@
 #include "collector/cli/pipeline.h"
 #include "collector/output/account.h"
 #include "collector/output/buffer.h"
+#include "collector/output/client_mask.h"
 
 // What a run is made of, whether it has workers or not.
 namespace cli {
@@ -22,6 +24,9 @@ std::unique_ptr<output::Buffer> OpenAccount(const Options& options);
 std::unique_ptr<capture::Source> OpenSources(const std::vector<std::string>& files);
 
 PipelineSettings SettingsFrom(const Options& options);
+
+// What hides the clients, where --mask-clients asks for it. Throws UsageError.
+std::optional<output::ClientMask> MaskFrom(const Options& options);
 
 // How a run ended.
 struct Ending {

@@ -161,6 +161,49 @@ TEST_CASE("a full table shows in the account") {
   CHECK(json["adds_up"] == true);
 }
 
+TEST_CASE("hidden clients are hidden from everything that is written") {
+  CaptureForTests capture;
+  const auto frame = [](bool query, const std::string& client) {
+    const std::string bytes = query ? support::Query(1).Question("www.example", kA).Wire()
+                                    : support::Response(1).Question("www.example", kA).Wire();
+    return support::Packet()
+        .Ethernet()
+        .Ipv4(query ? client : "198.51.100.53", query ? "198.51.100.53" : client)
+        .Udp(query ? 40000 : 53, query ? 53 : 40000)
+        .Payload(support::ToBytes(bytes));
+  };
+  for (const bool query : {true, false}) capture.Frame(query ? 0 : 1, frame(query, "203.0.113.77"));
+  capture.Frame(2, frame(true, "203.0.113.78"));
+  const test::TemporaryFile file(capture.Bytes());
+  for (const std::string format : {"table", "json", "csv", "ecs", "zeek"}) {
+    const test::TemporaryFile account;
+    const ChildResult result =
+        RunProgram({"read", file.path, "--format", format, "--mask-clients", "24,48", "--account", account.path});
+    CAPTURE(format);
+    CHECK(result.ExitCode() == 0);
+    CHECK(result.out.find("203.0.113.0") != std::string::npos);
+    CHECK((result.out + result.err + Content(account.path)).find("203.0.113.7") == std::string::npos);
+    CHECK(result.err.find("clients    hidden but for 24 bits of an IPv4 and 48 bits of an IPv6 address\n") !=
+          std::string::npos);
+    CHECK(nlohmann::json::parse(Content(account.path))["client_mask"]["ipv4_bits"] == 24);
+  }
+  for (const std::string command : {"summary", "report"}) {
+    CAPTURE(command);
+    const std::string out = RunProgram({command, file.path, "--mask-clients", "24,48"}).out;
+    CHECK(out.find("203.0.113.0") != std::string::npos);
+    CHECK(out.find("203.0.113.7") == std::string::npos);
+  }
+}
+
+TEST_CASE("conditions tell nothing of a hidden client") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const auto shown = [&](const char* condition) {
+    return Lines(RunProgram({"read", file.path, "--mask-clients", "24,48", "--where", condition}).out).size();
+  };
+  CHECK(shown("client_ip=192.0.2.1") == 0);
+  CHECK(shown("client_ip=192.0.2.0") == 4);
+}
+
 TEST_CASE("a key that the plug-in may not know is warned about and passed on") {
   const test::TemporaryFile file(SmallCapture().Bytes());
   const ChildResult result = RunProgram({"read", file.path, "-q", "--set", "colour=red"});

@@ -15,6 +15,11 @@ constexpr uint64_t kPacketsBetweenFlushes = 8192;
 
 }  // namespace
 
+Worker::Worker(const Options& given, Consumer* writer, WorkerLink* to)
+    : options(given), consumer(writer), first(writer), link(to) {
+  if (const auto mask = MaskFrom(given)) first = &masking.emplace(writer, *mask);
+}
+
 void Worker::Run(const PipelineSettings& settings, const plugin::Library& library) {
   Pipeline whole(settings, library, this);
   pipeline = &whole;
@@ -56,7 +61,7 @@ void Worker::OnExchange(const plugin::Exchange& exchange) {
   const uint64_t packet = pipeline->finishing() ? RecordPlace::kAtEnd : pipeline->packets();
   if (!group.empty() && group.back().place.packet != packet) SendGroup();
   const size_t begin = buffer.Held().size();
-  consumer->OnExchange(exchange);
+  first->OnExchange(exchange);
   const size_t size = buffer.Held().size() - begin;
   if (size > 0) group.push_back({PlaceOf(packet, exchange), begin, size});
 }

@@ -2,8 +2,10 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <vector>
 
+#include "collector/cli/forwarding.h"
 #include "collector/cli/options.h"
 #include "collector/cli/pipeline.h"
 #include "collector/cli/record_order.h"
@@ -18,7 +20,7 @@ namespace cli {
 // records in their places' order.
 class Worker : public plugin::ExchangeListener {
  public:
-  Worker(const Options& given, Consumer* writer, WorkerLink* to) : options(given), consumer(writer), link(to) {}
+  Worker(const Options& given, Consumer* writer, WorkerLink* to);
 
   // Reads everything and reports. Throws what keeps it from that.
   void Run(const PipelineSettings& settings, const plugin::Library& library);
@@ -38,6 +40,8 @@ class Worker : public plugin::ExchangeListener {
 
   const Options& options;
   Consumer* consumer;
+  std::optional<Masking> masking;   // where there is a mask
+  plugin::ExchangeListener* first;  // the consumer, behind the mask
   WorkerLink* link;
   const Pipeline* pipeline = nullptr;
   output::Buffer buffer;

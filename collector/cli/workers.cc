@@ -38,6 +38,7 @@ bool CanBeShared(const std::string& path) {
 void RefuseWhatCannotBeShared(const Options& options) {
   if (ChooseFormat(options) == "table") throw UsageError("--workers: a table is written by one process only");
   if (options.sandbox == "on") throw UsageError("--workers: the sandbox allows no new processes");
+  if (!options.rotate_size.empty()) throw UsageError("--workers: they write one file, and -C asks for several");
   if (options.workers == 1) return;
   for (const std::string& file : options.files) {
     if (!CanBeShared(file)) {
@@ -52,6 +53,7 @@ class WorkerRun {
   WorkerRun(const Options& given, Consumer* writer)
       : options(given),
         consumer(writer),
+        mask(MaskFrom(given)),
         library(given.plugin.empty() ? FindPlugin() : given.plugin),
         settings(SettingsFrom(given)),
         progress(!given.quiet && !WritesToTerminal(given)) {
@@ -200,6 +202,7 @@ class WorkerRun {
       if (problems.empty()) problems = report.problems;  // all have read the same
     }
     account.interrupted = Interrupted();
+    account.client_mask = mask;
     const Ending ending{options, account, problems, buffer.get(), account_buffer.get()};
     Report(ending);
     return ExitCode(ending);
@@ -213,6 +216,7 @@ class WorkerRun {
 
   const Options& options;
   Consumer* consumer;
+  std::optional<output::ClientMask> mask;
   plugin::Library library;
   PipelineSettings settings;
   std::unique_ptr<output::Buffer> buffer;

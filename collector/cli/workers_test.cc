@@ -87,6 +87,7 @@ TEST_CASE("the records and the account do not depend on the number of workers") 
   CheckSame({file.path, "--format", "json"});
   CheckSame({file.path, "--format", "csv"});
   CheckSame({file.path, "--format", "json", "--where", "status=timeout"});
+  CheckSame({file.path, "--format", "csv", "--mask-clients", "24,48"});
 }
 
 TEST_CASE("real traffic over IPv4 and IPv6, UDP and TCP, is the same with any number of workers") {
@@ -128,6 +129,14 @@ TEST_CASE("a capture that is cut off is told once, and what stands before comes 
   CHECK(two.result.err == plain.result.err);
   CHECK(Sorted(Lines(two.result.out)) == Sorted(Lines(plain.result.out)));
   CHECK(two.account["input_problems"] == 1);
+}
+
+TEST_CASE("workers write one file") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const ChildResult result =
+      RunProgram({"read", file.path, "--workers", "2", "-o", file.path + ".json", "-C", "1"});
+  CHECK(result.ExitCode() == kWrongUsage);
+  CHECK(Lines(result.err)[0] == "dnspair: --workers: they write one file, and -C asks for several");
 }
 
 TEST_CASE("only one worker can read standard input") {

@@ -269,6 +269,11 @@ std::string AccountText(const Account& account) {
                                   std::to_string(one.dropped) + " dropped by the kernel, " +
                                   std::to_string(one.dropped_by_interface) + " by the interface");
   }
+  if (account.client_mask) {
+    text += Line("clients", "hidden but for " + std::to_string(account.client_mask->ipv4_bits()) +
+                                " bits of an IPv4 and " + std::to_string(account.client_mask->ipv6_bits()) +
+                                " bits of an IPv6 address");
+  }
   if (account.shown != account.exchanges) text += Line("shown", std::to_string(account.shown));
   const std::string details = JoinNonZero(Details(account), ", ");
   if (!details.empty()) text += Line("details", details);
@@ -293,6 +298,10 @@ nlohmann::ordered_json AccountJson(const Account& account) {
   for (const capture::LiveCounts& one : account.interfaces) {
     json["interfaces"][one.interface] = {
         {"received", one.received}, {"dropped", one.dropped}, {"dropped_by_interface", one.dropped_by_interface}};
+  }
+  if (account.client_mask) {
+    json["client_mask"] = {{"ipv4_bits", account.client_mask->ipv4_bits()},
+                           {"ipv6_bits", account.client_mask->ipv6_bits()}};
   }
   json["input_problems"] = account.input_problems;
   json["interrupted"] = account.interrupted;

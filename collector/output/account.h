@@ -4,12 +4,14 @@
 #include <cstdint>
 #include <map>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "collector/capture/live.h"
 #include "collector/flow/flow_table.h"
+#include "collector/output/client_mask.h"
 #include "collector/packet/decoder.h"
 #include "collector/plugin/session.h"
 
@@ -41,6 +43,7 @@ struct Account {
   bool interrupted = false;     // by the user, before the input ended
 
   std::vector<capture::LiveCounts> interfaces;  // of a live run
+  std::optional<ClientMask> client_mask;        // where clients were hidden
 
   std::string health;  // the plug-in's line
 };

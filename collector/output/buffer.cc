@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
 
 namespace output {
@@ -73,9 +75,37 @@ void Buffer::Flush() {
       continue;
     }
     if (errno == EINTR || (errno == EAGAIN && WaitWritable())) continue;
-    Fail(errno);
+    const int error = errno;
+    CutToWholeLines(at);
+    Fail(error);
   }
+  flushed += static_cast<uint64_t>(at - memory.get());
   free = memory.get();
+}
+
+// Without much ado: it is for a file system that has failed already.
+void Buffer::CutToWholeLines(const char* written_end) const {
+  struct stat status {};
+  if (!owned || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) return;
+  const std::string_view written(memory.get(), static_cast<size_t>(written_end - memory.get()));
+  const size_t newline = written.rfind('\n');
+  const size_t half_line = written.size() - (newline == std::string_view::npos ? 0 : newline + 1);
+  [[maybe_unused]] const int result = ftruncate(fd, lseek(fd, 0, SEEK_CUR) - static_cast<off_t>(half_line));
+}
+
+void Buffer::Continue(int descriptor, std::string descriptor_name) {
+  Close();
+  fd = descriptor;
+  owned = true;
+  name = std::move(descriptor_name);
+  flushed = 0;
+}
+
+bool Buffer::IsMoved() const {
+  struct stat ours {};
+  struct stat there {};
+  if (!owned || fstat(fd, &ours) != 0) return false;
+  return stat(name.c_str(), &there) != 0 || there.st_dev != ours.st_dev || there.st_ino != ours.st_ino;
 }
 
 bool Buffer::Reopen() {
@@ -88,13 +118,20 @@ bool Buffer::Reopen() {
     return false;
   }
   owned = true;
-  return lseek(fd, 0, SEEK_END) == 0;
+  const off_t end = lseek(fd, 0, SEEK_END);
+  flushed = end > 0 ? static_cast<uint64_t>(end) : 0;
+  return end == 0;
 }
 
 void Buffer::Close() {
   Flush();
   if (owned && close(fd) != 0 && good) Fail(errno);
   owned = false;
+}
+
+void Buffer::Fail(const std::string& reason) {
+  good = false;
+  problem = reason;
 }
 
 void Buffer::Fail(int error) {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -8,7 +9,8 @@
 namespace output {
 
 // A file descriptor with a large buffer in front of it. Whatever reaches the file is made of whole records, so
-// that a run that is killed leaves no half line behind.
+// that a run that is killed leaves no half line behind. Nor does a full disk: a file of the buffer's own is cut
+// back to its last whole line.
 //
 // The first error ends the writing: later records are taken and thrown away, and whoever feeds the buffer looks
 // at Good() from time to time.
@@ -39,9 +41,18 @@ class Buffer {
 
   void Write(const std::string& record);
 
+  // Closes what is at hand and goes on with another descriptor, which is then the buffer's own.
+  void Continue(int descriptor, std::string descriptor_name);
+
+  // What the file at hand has, or will have once it is written out.
+  uint64_t bytes() const { return flushed + static_cast<uint64_t>(free - memory.get()); }
+
   // Writes out what is there and opens the file at the path again, after somebody moved it away. What is there by
   // then is kept and written behind. True when the file is empty. Nothing happens to a descriptor that is not ours.
   bool Reopen();
+
+  // True when the file is no longer at its path. Never of a descriptor that is not ours.
+  bool IsMoved() const;
 
   // Writes out what is there. Close also closes a file of its own; Problem() may come with it.
   void Flush();
@@ -50,6 +61,9 @@ class Buffer {
   // What is there and was not written out yet.
   std::string_view Held() const { return {memory.get(), static_cast<size_t>(free - memory.get())}; }
   void Drop() { free = memory.get(); }
+
+  // Ends the writing for a reason that the owner has found.
+  void Fail(const std::string& reason);
 
   // False after an error or once the reader of a pipe is gone.
   bool Good() const { return good; }
@@ -63,6 +77,7 @@ class Buffer {
   void MakeRoom(size_t bytes);
   void Grow(size_t bytes);
   void Fail(int error);
+  void CutToWholeLines(const char* written_end) const;
   bool WaitWritable() const;
 
   int fd = -1;
@@ -71,6 +86,7 @@ class Buffer {
   bool good = true;
   std::string name;
   std::string problem;
+  uint64_t flushed = 0;
   size_t size = 0;
   std::unique_ptr<char[]> memory;
   char* free = nullptr;
