@@ -63,7 +63,11 @@ class Bench {
     for (uint32_t i = 0; i < bytes.size(); ++i) {
       bytes[i] = static_cast<char>(TrueByte(key.id, fragment.offset + i));
     }
-    if (!truthful && !bytes.empty()) bytes[input->U8() % bytes.size()] ^= static_cast<char>(input->U8());
+    if (!truthful && !bytes.empty()) {
+      const uint8_t flipped = input->U8();
+      char& lie = bytes[input->U8() % bytes.size()];
+      lie = static_cast<char>(lie ^ flipped);
+    }
     const Captured block(bytes);
     fragment.bytes = {block.data(), static_cast<uint32_t>(bytes.size()), size};
     packet::Reassembled whole;

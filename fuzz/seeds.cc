@@ -389,7 +389,7 @@ Write Exchange(unsigned bits, const std::string& question, const std::string& re
 void WriteExchanges(Folder folder) {
   const std::string odd("\x01\x1b\"\\,\r\n\xff\0 '", 11);
   std::vector<std::string> questions = Queries();
-  questions.push_back(Query(1).Question("a\\.b\\\"\\027c", support::kTxt).Wire());
+  questions.push_back(Query(1).Question(R"(a\.b\"\027c)", support::kTxt).Wire());
   for (size_t i = 0; i < questions.size(); ++i) {
     for (const unsigned bits : {32U, 1U, 66U}) {
       Write input;

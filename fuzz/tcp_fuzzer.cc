@@ -116,7 +116,7 @@ class Listener : public flow::Listener {
   std::set<flow::Flow*> live;
 
  private:
-  void Close(flow::Flow* flow) {
+  void Close(flow::Flow* flow) const {
     --flow->open_queries;
     table->Release(flow);
   }
