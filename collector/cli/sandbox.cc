@@ -40,9 +40,9 @@ constexpr const char* kAllowed[] = {
 // Of files that are written to.
 constexpr const char* kForFiles[] = {"rename", "renameat", "renameat2", "unlink", "unlinkat"};
 
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(DNSPAIR_SANITIZE)
 // The search for leaks at the end stops the threads as a debugger does.
-constexpr const char* kForSanitizers[] = {"ptrace", "prctl", "clone", "process_vm_readv"};
+constexpr const char* kForSanitizers[] = {"ptrace", "prctl", "clone", "process_vm_readv", "getdents"};
 #endif
 
 // Terminals and interfaces are asked and set by these; none of them types into a terminal (TIOCSTI).
@@ -117,7 +117,7 @@ bool EnterSandbox(const SandboxSettings& settings) {
   Filter filter;
   for (const char* call : kAllowed) filter.Allow(call);
   for (const unsigned long request : kRequests) filter.AllowWhere("ioctl", {1, SCMP_CMP_EQ, request, 0});
-#if defined(__SANITIZE_ADDRESS__)
+#if defined(DNSPAIR_SANITIZE)
   for (const char* call : kForSanitizers) filter.Allow(call);
 #endif
   AllowFiles(&filter, settings.creates_files);
