@@ -37,7 +37,7 @@ Reading ReadName(std::string_view packet, size_t at, int pointers) {
       if (!low) return {kRanOut, 0, ""};
       const size_t target = (*length & 0x3fU) << 8U | *low;
       if (pointers == 16 || target == at || target < 12) return {kMalformed, 0, ""};
-      const Reading pointed = ReadName(packet, target, pointers + 1);
+      Reading pointed = ReadName(packet, target, pointers + 1);
       if (pointed.result != kDecoded) return pointed;
       return {kDecoded, static_cast<int>(at) + 2, text + pointed.text};
     }
