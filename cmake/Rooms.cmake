@@ -1,4 +1,7 @@
 find_package(doctest REQUIRED)
+if(BUILD_TESTING)
+  find_package(rapidcheck REQUIRED)
+endif()
 
 # dnspair_room(NAME SOURCES ... [USES ...] [HEADERS ...])
 # The objects of one folder, compiled once. HEADERS must each compile alone.
