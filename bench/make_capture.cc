@@ -75,9 +75,9 @@ class Generator {
     const auto id = static_cast<uint16_t>(random());
     const int64_t answer_ns = now_ns + 200'000 + static_cast<int64_t>(Below(80'000'000));
     const std::string name = MakeName();
-    support::Message query = support::Query(id).Question(name, TypeOf(index));
-    if (index % 10 < 6) query.Additional(support::Opt());
-    const support::Message response = Answer(id, name, index);
+    test::Message query = test::Query(id).Question(name, TypeOf(index));
+    if (index % 10 < 6) query.Additional(test::Opt());
+    const test::Message response = Answer(id, name, index);
     if (Chance("tcp")) {
       Tcp(client, server, port, query.TcpWire(), response.TcpWire(), answer_ns);
     } else {
@@ -87,25 +87,24 @@ class Generator {
   }
 
   static uint16_t TypeOf(uint64_t index) {
-    static constexpr uint16_t kTypes[] = {support::kA,  support::kA,  support::kA,     support::kAaaa,
-                                          support::kA,  support::kA,  support::kHttps, support::kAaaa,
-                                          support::kMx, support::kPtr};
+    static constexpr uint16_t kTypes[] = {test::kA, test::kA,     test::kA,    test::kAaaa, test::kA,
+                                          test::kA, test::kHttps, test::kAaaa, test::kMx,   test::kPtr};
     return kTypes[index % 10];
   }
 
-  support::Message Answer(uint16_t id, const std::string& name, uint64_t index) {
-    support::Message response = support::Response(id).Compressed().Question(name, TypeOf(index));
+  test::Message Answer(uint16_t id, const std::string& name, uint64_t index) {
+    test::Message response = test::Response(id).Compressed().Question(name, TypeOf(index));
     if (Below(10) == 0) return response.Rcode(3);
     switch (TypeOf(index)) {
-      case support::kA:
-        response.Answer(name, support::A("198.51.100." + std::to_string(Below(256))));
-        return Below(2) == 0 ? response : response.Answer(name, support::A("203.0.113.7"));
-      case support::kAaaa:
-        return response.Answer(name, support::Aaaa("2001:db8::" + std::to_string(Below(9999))));
-      case support::kMx:
-        return response.Answer(name, support::Mx(10, "mail." + name));
-      case support::kPtr:
-        return response.Answer(name, support::Ptr("host." + name));
+      case test::kA:
+        response.Answer(name, test::A("198.51.100." + std::to_string(Below(256))));
+        return Below(2) == 0 ? response : response.Answer(name, test::A("203.0.113.7"));
+      case test::kAaaa:
+        return response.Answer(name, test::Aaaa("2001:db8::" + std::to_string(Below(9999))));
+      case test::kMx:
+        return response.Answer(name, test::Mx(10, "mail." + name));
+      case test::kPtr:
+        return response.Answer(name, test::Ptr("host." + name));
       default:
         return response;
     }
@@ -113,30 +112,30 @@ class Generator {
 
   static std::string Udp(const std::string& from, const std::string& to, uint16_t source, uint16_t destination,
                          const std::string& message) {
-    return Text(support::Ethernet().Ipv4(from, to).Udp(source, destination).Payload(support::ToBytes(message)));
+    return Text(test::Ethernet().Ipv4(from, to).Udp(source, destination).Payload(test::ToBytes(message)));
   }
 
   void Tcp(const std::string& client, const std::string& server, uint16_t port, const std::string& query,
            const std::string& response, int64_t answer_ns) {
     const auto segment = [](const std::string& from, const std::string& to, uint16_t source, uint16_t destination,
                             uint32_t sequence, uint8_t flags, const std::string& bytes) {
-      return Text(support::Ethernet()
+      return Text(test::Ethernet()
                       .Ipv4(from, to)
                       .Tcp(source, destination, {.sequence = sequence, .flags = flags})
-                      .Payload(support::ToBytes(bytes)));
+                      .Payload(test::ToBytes(bytes)));
     };
-    constexpr uint8_t kData = support::kPush | support::kAck;
+    constexpr uint8_t kData = test::kPush | test::kAck;
     const auto asked = static_cast<uint32_t>(query.size());
-    Add(now_ns, segment(client, server, port, 53, 0, support::kSyn, ""));
-    Add(now_ns, segment(server, client, 53, port, 0, support::kSyn | support::kAck, ""));
+    Add(now_ns, segment(client, server, port, 53, 0, test::kSyn, ""));
+    Add(now_ns, segment(server, client, 53, port, 0, test::kSyn | test::kAck, ""));
     Add(now_ns, segment(client, server, port, 53, 1, kData, query));
     Add(answer_ns, segment(server, client, 53, port, 1, kData, response));
-    Add(answer_ns, segment(client, server, port, 53, 1 + asked, support::kFin | support::kAck, ""));
+    Add(answer_ns, segment(client, server, port, 53, 1 + asked, test::kFin | test::kAck, ""));
   }
 
   template <typename Packet>
   static std::string Text(Packet&& packet) {
-    const support::Bytes bytes = packet.Frame();
+    const test::Bytes bytes = packet.Frame();
     return {bytes.begin(), bytes.end()};
   }
 

@@ -55,12 +55,12 @@ inline std::vector<Traffic> MakeTraffic(size_t count) {
     const std::string name =
         std::string(3 + random() % 20, 'w') + ".example" + std::to_string(random() % 1000) + ".com";
     const bool v6 = random() % 4 == 0;
-    one.query = support::Query(id).Question(name, v6 ? support::kAaaa : support::kA).Wire();
-    auto response = support::Response(id).Compressed().Question(name, v6 ? support::kAaaa : support::kA);
+    one.query = test::Query(id).Question(name, v6 ? test::kAaaa : test::kA).Wire();
+    auto response = test::Response(id).Compressed().Question(name, v6 ? test::kAaaa : test::kA);
     if (v6) {
-      one.response = response.Answer(name, support::Aaaa("2001:db8::1")).Wire();
+      one.response = response.Answer(name, test::Aaaa("2001:db8::1")).Wire();
     } else {
-      one.response = response.Answer(name, support::A("192.0.2.1")).Answer(name, support::A("192.0.2.2")).Wire();
+      one.response = response.Answer(name, test::A("192.0.2.1")).Answer(name, test::A("192.0.2.2")).Wire();
     }
   }
   return traffic;

@@ -9,7 +9,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The parser keeps the memory of one message for the next: traffic like the traffic before costs no allocation, and
 // what a huge message needed is given back.

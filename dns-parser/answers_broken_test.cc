@@ -8,7 +8,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // Answers that are cut short or malformed: where the walk ends, with what result, and what stands.
 

@@ -8,7 +8,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // Mappings of names to addresses, learned from A records and from PTR records below in-addr.arpa.
 

@@ -9,7 +9,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // The walk over the answers and the summary it writes. Mappings are in answers_mappings_test.cc, answers that
 // cannot be read in answers_broken_test.cc.

@@ -7,7 +7,7 @@
 #include "tests/support/dns_builder.h"
 #include "tests/support/guarded_bytes.h"
 
-using namespace support;
+using namespace test;
 
 // No decoder touches a byte that was not captured. The views below end where readable memory ends.
 
@@ -51,7 +51,7 @@ TEST_CASE("names and strings read no byte behind the captured ones, wherever the
     const std::string prefix = Prefix(message, length);
     const GuardedBytes guarded(prefix);
     const IOVec view = View(guarded);
-    const IOVec plain = support::View(prefix);
+    const IOVec plain = test::View(prefix);
     for (int offset = 0; offset <= guarded.length() + 2; ++offset) {
       const Decoded name = NameAt(bench, view, offset);
       if (name != NameAt(bench, plain, offset)) FAIL("name at " << offset << " of " << length);
@@ -75,7 +75,7 @@ TEST_CASE("the walk over the answers reads no byte behind the captured ones") {
     std::string summary;
     std::string plain_summary;
     CHECK(bench.parser.ParseResponse(&summary, nullptr, View(guarded), 23, 6, true, "") ==
-          bench.parser.ParseResponse(&plain_summary, nullptr, support::View(prefix), 23, 6, true, ""));
+          bench.parser.ParseResponse(&plain_summary, nullptr, test::View(prefix), 23, 6, true, ""));
     CHECK(summary == plain_summary);
   }
 }
@@ -92,6 +92,6 @@ TEST_CASE("the dump reads no byte behind the captured ones") {
     CAPTURE(length);
     const std::string prefix = Prefix(message, length);
     const GuardedBytes guarded(prefix);
-    CHECK(dump(View(guarded)) == dump(support::View(prefix)));
+    CHECK(dump(View(guarded)) == dump(test::View(prefix)));
   }
 }

@@ -4,7 +4,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 namespace {
 

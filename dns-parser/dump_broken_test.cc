@@ -10,7 +10,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // Dumps of messages that cannot be read to their end: what is shown, and where the next section starts.
 

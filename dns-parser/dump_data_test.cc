@@ -10,7 +10,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // The dump's lines for what records carry.
 

@@ -9,7 +9,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // The dump of a message: header, questions and records. What records carry is in dump_data_test.cc, what cannot be
 // read in dump_broken_test.cc.

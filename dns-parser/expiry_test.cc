@@ -10,7 +10,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // Queries that nobody answers.
 

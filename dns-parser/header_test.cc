@@ -10,7 +10,7 @@
 #include "tests/support/dns_builder.h"
 #include "tests/support/recording_host.h"
 
-using namespace support;
+using namespace test;
 
 namespace {
 

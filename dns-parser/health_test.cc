@@ -6,7 +6,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The health line and the counters behind it.
 

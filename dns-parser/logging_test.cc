@@ -8,7 +8,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // Which messages the host gets at which level, and what they all have in common. Each text is tested where it
 // belongs.

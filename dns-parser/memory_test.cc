@@ -8,7 +8,7 @@
 #include "dns-parser/types.h"
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The parser keeps memory from one message for the next. Nothing of an earlier message may show in a later one.
 

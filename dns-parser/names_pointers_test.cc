@@ -7,7 +7,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // Compressed names (RFC 1035 4.1.4): what pointers are followed, and what is said of those that are not.
 

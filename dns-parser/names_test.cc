@@ -8,7 +8,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // Names without compression: what they read as, and what is said when they cannot be read. Pointers are in
 // names_pointers_test.cc.

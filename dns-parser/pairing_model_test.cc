@@ -10,7 +10,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // Long mixed runs beside a model that is too simple to be wrong: a list of open queries, searched from its start.
 

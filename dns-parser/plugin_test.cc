@@ -9,7 +9,7 @@
 #include "host/protocol_parser.h"
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The entry points, and the operations that need nothing of DNS. The configuration is in configuration_test.cc.
 

@@ -10,7 +10,7 @@
 #include "tests/support/pairing.h"
 #include "util/ipv6.h"
 
-using namespace support;
+using namespace test;
 
 // What holds for any message that a builder can make.
 

@@ -14,7 +14,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The order of the open-query table, which heartbeats walk.
 

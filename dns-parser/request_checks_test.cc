@@ -5,7 +5,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // What is asked of a message before its questions are read.
 

@@ -5,7 +5,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The search for the DO bit (RFC 3225) of a request's OPT record (RFC 6891).
 

@@ -5,7 +5,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The questions of a request, and the texts that are kept of them.
 

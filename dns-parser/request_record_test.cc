@@ -7,7 +7,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // What is remembered of a request, and how the host hears of it.
 

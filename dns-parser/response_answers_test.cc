@@ -6,7 +6,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // When answers are read, what the host is asked about them, and how reading them can end. What each type of record
 // yields is in the tests of the answers.

@@ -7,7 +7,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // What is asked of a response before its query is looked up, and the responses that nobody asked for.
 

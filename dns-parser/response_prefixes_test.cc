@@ -5,7 +5,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // Every prefix of good responses: captured whole, where the message is as short as the prefix, and cut, where there
 // was more on the wire.

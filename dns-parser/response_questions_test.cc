@@ -5,7 +5,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The question section of a response: what is read of it, what is odd about it, and how it can end early.
 

@@ -8,7 +8,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // The record that a response ends its query with, and what becomes of the query.
 

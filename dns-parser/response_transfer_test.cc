@@ -7,7 +7,7 @@
 #include "tests/support/death.h"
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // Zone transfers (RFC 5936): ended by their first message, never listed.
 

@@ -7,7 +7,7 @@
 #include "tests/support/death.h"
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // What the data callbacks do with each transport. The cutting of streams is in tcp_stream_test.cc.
 

@@ -7,7 +7,7 @@
 #include "tests/support/decoding.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 // Character strings (RFC 1035 3.3), as DNSParser::GetString reads them.
 

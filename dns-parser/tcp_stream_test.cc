@@ -6,7 +6,7 @@
 
 #include "tests/support/pairing.h"
 
-using namespace support;
+using namespace test;
 
 // Messages behind their two-byte length (RFC 1035 4.2.2).
 

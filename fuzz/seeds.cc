@@ -22,10 +22,10 @@ namespace fuzz {
 namespace {
 
 namespace fs = std::filesystem;
-using support::A;
-using support::Message;
-using support::Query;
-using support::Response;
+using test::A;
+using test::Message;
+using test::Query;
+using test::Response;
 
 class Folder {
  public:
@@ -46,13 +46,13 @@ class Folder {
 
 std::vector<std::string> Queries() {
   return {
-      Query(7).Question("www.example.com", support::kA).Wire(),
-      Query(7).Question("example.com", support::kAaaa).Additional(support::Opt({.dnssec_ok = true})).Wire(),
-      Query(8).Question("a.b", support::kMx).Question("c.b", support::kTxt, support::kChaos).Compressed().Wire(),
-      Query(9).Question("zone.example", support::kAxfr).Wire(),
-      Query(10).Question(".", support::kNs).Wire(),
-      Query(11).Opcode(1).Question("in.verse", support::kPtr).Wire(),
-      Query(12).Opcode(5).Question("up.date", support::kSoa).Wire(),
+      Query(7).Question("www.example.com", test::kA).Wire(),
+      Query(7).Question("example.com", test::kAaaa).Additional(test::Opt({.dnssec_ok = true})).Wire(),
+      Query(8).Question("a.b", test::kMx).Question("c.b", test::kTxt, test::kChaos).Compressed().Wire(),
+      Query(9).Question("zone.example", test::kAxfr).Wire(),
+      Query(10).Question(".", test::kNs).Wire(),
+      Query(11).Opcode(1).Question("in.verse", test::kPtr).Wire(),
+      Query(12).Opcode(5).Question("up.date", test::kSoa).Wire(),
       Query(13).QuestionCount(0).Wire(),
       Query(14).Opcode(9).Wire(),
   };
@@ -60,49 +60,49 @@ std::vector<std::string> Queries() {
 
 Message Answers() {
   return Response(7)
-      .Question("www.example.com", support::kA)
+      .Question("www.example.com", test::kA)
       .Compressed()
-      .Answer("www.example.com", support::Cname("w.example.com"))
+      .Answer("www.example.com", test::Cname("w.example.com"))
       .Answer("w.example.com", A("192.0.2.80"))
-      .Answer("w.example.com", support::Rrsig(support::kA, "example.com"))
-      .Authority("example.com", support::Ns("ns.example.com"))
-      .Additional("ns.example.com", support::Aaaa("2001:db8::1"))
-      .Additional(support::Opt({.extended_rcode = 1}));
+      .Answer("w.example.com", test::Rrsig(test::kA, "example.com"))
+      .Authority("example.com", test::Ns("ns.example.com"))
+      .Additional("ns.example.com", test::Aaaa("2001:db8::1"))
+      .Additional(test::Opt({.extended_rcode = 1}));
 }
 
 std::vector<std::string> Responses() {
   return {
       Answers().Wire(),
       Response(7)
-          .Question("www.example.com", support::kAny)
-          .Answer("www.example.com", support::Mx(10, "mail.example.com"))
-          .Answer("www.example.com", support::Txt("a text", "and \xff another"))
-          .Answer("www.example.com", support::Srv(1, 2, 53, "server.example.com"))
-          .Answer("www.example.com", support::Soa("ns.example.com", "root.example.com"))
-          .Answer("www.example.com", support::Rdata(support::kHinfo, support::CharacterString("x") + "\x01y"))
-          .Answer("www.example.com", support::Aaaa("::ffff:192.0.2.1"))
+          .Question("www.example.com", test::kAny)
+          .Answer("www.example.com", test::Mx(10, "mail.example.com"))
+          .Answer("www.example.com", test::Txt("a text", "and \xff another"))
+          .Answer("www.example.com", test::Srv(1, 2, 53, "server.example.com"))
+          .Answer("www.example.com", test::Soa("ns.example.com", "root.example.com"))
+          .Answer("www.example.com", test::Rdata(test::kHinfo, test::CharacterString("x") + "\x01y"))
+          .Answer("www.example.com", test::Aaaa("::ffff:192.0.2.1"))
           .Wire(),
       Response(7)
-          .Question("1.2.0.192.in-addr.arpa", support::kPtr)
-          .Answer("1.2.0.192.in-addr.arpa", support::Ptr("host.example"))
+          .Question("1.2.0.192.in-addr.arpa", test::kPtr)
+          .Answer("1.2.0.192.in-addr.arpa", test::Ptr("host.example"))
           .Wire(),
-      Response(7).Question("no.example", support::kA).Rcode(3).Wire(),
+      Response(7).Question("no.example", test::kA).Rcode(3).Wire(),
       Response(9)
-          .Question("zone.example", support::kAxfr)
-          .Answer("zone.example", support::Soa("ns.zone.example", "root.zone.example"))
+          .Question("zone.example", test::kAxfr)
+          .Answer("zone.example", test::Soa("ns.zone.example", "root.zone.example"))
           .Answer("a.zone.example", A("192.0.2.9"))
           .Wire(),
-      Response(8).Question("a.b", support::kMx).Answer("a.b", A("192.0.2.1").RdLength(3)).Wire(),
-      Response(10).Question(support::Pointer(12), support::kA).Wire(),
+      Response(8).Question("a.b", test::kMx).Answer("a.b", A("192.0.2.1").RdLength(3)).Wire(),
+      Response(10).Question(test::Pointer(12), test::kA).Wire(),
       Response(7)
-          .Question("long.example", support::kA)
-          .Answer(support::Pointer(12), support::Rdata(support::kHttps, std::string(300, '\x07')))
+          .Question("long.example", test::kA)
+          .Answer(test::Pointer(12), test::Rdata(test::kHttps, std::string(300, '\x07')))
           .Wire(),
   };
 }
 
 std::string Framed(const std::string& message) {
-  return support::U16(static_cast<unsigned>(message.size())) + message;
+  return test::U16(static_cast<unsigned>(message.size())) + message;
 }
 
 std::string Step(MessageStep step, unsigned flow, const std::string& message) {
@@ -150,8 +150,8 @@ void WriteNames(Folder folder) {
   for (const std::string& response : Responses()) {
     for (const unsigned at : {12U, 29U, 33U, 45U}) folder.Add(Write().U16(at).U8(0).Bytes(response).bytes);
   }
-  std::string chain = std::string(12, '\0') + support::Name("aa.bb").Wire();
-  for (unsigned at = 12; at < 52; at += 2) chain += support::Pointer(chain.size() == 19 ? 12 : at + 5).Wire();
+  std::string chain = std::string(12, '\0') + test::Name("aa.bb").Wire();
+  for (unsigned at = 12; at < 52; at += 2) chain += test::Pointer(chain.size() == 19 ? 12 : at + 5).Wire();
   for (const unsigned at : {19U, 49U, 51U, 53U}) folder.Add(Write().U16(at).U8(1).Bytes(chain).bytes);
 }
 
@@ -162,18 +162,18 @@ struct LinkedFrame {
   std::string bytes;
 };
 
-std::string Text(const support::Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
+std::string Text(const test::Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
-support::Packet Udp4(support::Packet packet, const std::string& message = Queries()[0]) {
+test::Packet Udp4(test::Packet packet, const std::string& message = Queries()[0]) {
   return packet.Ipv4("192.0.2.1", "192.0.2.53").Udp(40000, 53).Text(message);
 }
-support::Packet Udp6(support::Packet packet, const std::string& message = Queries()[0]) {
+test::Packet Udp6(test::Packet packet, const std::string& message = Queries()[0]) {
   return packet.Ipv6("2001:db8::1", "2001:db8::53").Udp(40000, 53).Text(message);
 }
-support::Packet Outer4(support::Packet packet) { return packet.Ipv4("198.51.100.1", "198.51.100.2"); }
+test::Packet Outer4(test::Packet packet) { return packet.Ipv4("198.51.100.1", "198.51.100.2"); }
 
 std::vector<LinkedFrame> LinkTypes() {
-  using namespace support;
+  using namespace test;
   std::vector<LinkedFrame> frames;
   const auto add = [&frames](unsigned link_type, Packet packet) {
     frames.push_back({link_type, Text(Udp4(packet).Frame())});
@@ -201,7 +201,7 @@ std::vector<LinkedFrame> LinkTypes() {
 }
 
 std::vector<LinkedFrame> Tunnels() {
-  using namespace support;
+  using namespace test;
   std::vector<LinkedFrame> frames;
   const auto add = [&frames](const Packet& packet) { frames.push_back({1, Text(packet.Frame())}); };
   add(Udp4(Ethernet().Vlan(5).Vlan(6, 0x88a8)));
@@ -227,15 +227,15 @@ std::vector<LinkedFrame> Tunnels() {
 
 std::vector<LinkedFrame> Fragmented() {
   std::vector<LinkedFrame> frames;
-  for (const support::Packet& packet : {Udp4(support::Ethernet(), Responses()[1]), Udp6(support::Ethernet())}) {
-    for (const support::Bytes& frame : packet.Fragments(24, 99)) frames.push_back({1, Text(frame)});
+  for (const test::Packet& packet : {Udp4(test::Ethernet(), Responses()[1]), Udp6(test::Ethernet())}) {
+    for (const test::Bytes& frame : packet.Fragments(24, 99)) frames.push_back({1, Text(frame)});
   }
   return frames;
 }
 
 // Queries and responses over UDP and TCP, so that a whole run has something to pair.
 std::vector<LinkedFrame> Conversation() {
-  using namespace support;
+  using namespace test;
   std::vector<LinkedFrame> frames;
   const auto add = [&frames](const Packet& packet) { frames.push_back({1, Text(packet.Frame())}); };
   add(Udp4(Ethernet()));
@@ -294,10 +294,10 @@ void WriteSegments(Folder folder) {
   const std::string settings = Write().U8(0).U8(0x1f).U16(9999).bytes;
   const std::string asked = Framed(Queries()[0]);
   const std::string answered = Framed(Responses()[3]);
-  folder.Add(settings + segment(kToServer, support::kSyn, 9, "") + segment(kToServer, support::kAck, 10, asked) +
-             segment(kToClient, support::kAck, 10, answered.substr(10)) +
-             segment(kToClient, support::kAck, 0, answered.substr(0, 10)) +
-             segment(kToServer, support::kFin, 10 + static_cast<unsigned>(asked.size()), ""));
+  folder.Add(settings + segment(kToServer, test::kSyn, 9, "") + segment(kToServer, test::kAck, 10, asked) +
+             segment(kToClient, test::kAck, 10, answered.substr(10)) +
+             segment(kToClient, test::kAck, 0, answered.substr(0, 10)) +
+             segment(kToServer, test::kFin, 10 + static_cast<unsigned>(asked.size()), ""));
   std::string datagrams = settings;
   for (const unsigned version : {0U, 1U}) {
     datagrams += Write().U8(version).U8(1).U8(2).U16(0).Text(Queries()[0]).bytes;
@@ -389,7 +389,7 @@ Write Exchange(unsigned bits, const std::string& question, const std::string& re
 void WriteExchanges(Folder folder) {
   const std::string odd("\x01\x1b\"\\,\r\n\xff\0 '", 11);
   std::vector<std::string> questions = Queries();
-  questions.push_back(Query(1).Question(R"(a\.b\"\027c)", support::kTxt).Wire());
+  questions.push_back(Query(1).Question(R"(a\.b\"\027c)", test::kTxt).Wire());
   for (size_t i = 0; i < questions.size(); ++i) {
     for (const unsigned bits : {32U, 1U, 66U}) {
       Write input;

@@ -9,7 +9,7 @@
 #include "host/parser_flow.h"
 #include "tests/support/recording_visitor.h"
 
-using support::RecordingVisitor;
+using test::RecordingVisitor;
 
 // What records say of themselves. What they own and when they let go of it is in requests_lifetime_test.cc.
 

@@ -9,6 +9,8 @@
 #include "iovec/iovec.h"
 #include "tests/support/death.h"
 
+using test::FatalLine;
+
 namespace {
 
 // A buffer over blocks with these texts, which it owns.

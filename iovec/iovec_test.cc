@@ -11,6 +11,10 @@
 
 #include "tests/support/death.h"
 
+using test::ChildResult;
+using test::FatalLine;
+using test::RunInChild;
+
 namespace {
 
 const std::string kBytes = "\x01\x02\xfe\xff\x80";

@@ -15,6 +15,12 @@
 
 #include "tests/support/death.h"
 
+using test::ChildResult;
+using test::FatalLine;
+using test::kTimestampLength;
+using test::RunInChild;
+using test::StartsWithTimestamp;
+
 namespace {
 
 int64_t NowMicroseconds() {

@@ -11,6 +11,9 @@
 
 #include "tests/support/death.h"
 
+using test::ChildResult;
+using test::RunInChild;
+
 namespace {
 
 // What print_hexdump prints for `data`. A result other than that of the last putchar is told instead.

@@ -4,6 +4,9 @@
 
 #include "tests/support/death.h"
 
+using test::ChildResult;
+using test::RunInChild;
+
 TEST_CASE("a smashed stack is named on standard error, without a newline, and aborts") {
   const ChildResult child = RunInChild([] { __stack_chk_fail(); });
   CHECK(child.Aborted());

@@ -7,6 +7,8 @@
 
 #include "tests/support/death.h"
 
+using test::FatalLine;
+
 namespace {
 
 using Texts = std::vector<std::string>;

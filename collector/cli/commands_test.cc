@@ -5,6 +5,8 @@
 #include "collector/cli/program_for_tests.h"
 #include "collector/cli/run.h"
 
+using test::ChildResult;
+
 // The command line: what it refuses, and what it says of itself.
 namespace cli {
 namespace {

@@ -7,6 +7,9 @@
 
 #include "collector/cli/program_for_tests.h"
 
+using test::ChildResult;
+using test::RunInChild;
+
 namespace cli {
 namespace {
 

@@ -20,6 +20,7 @@ namespace cli {
 namespace {
 
 using std::chrono::milliseconds;
+using test::ChildResult;
 using test::Endpoint;
 using test::InNetwork;
 using test::MayEnterNetwork;
@@ -52,8 +53,8 @@ class LiveRun {
   // Exchanges are repeated until the first is seen: nobody tells when the interface is being watched.
   bool Watches(const Endpoint& client, const Endpoint& server) const {
     return WaitFor([&] {
-      client.Send(server, support::Query(1).Question("ready.example", support::kA));
-      server.Send(client, support::Response(1).Question("ready.example", support::kA));
+      client.Send(server, test::Query(1).Question("ready.example", test::kA));
+      server.Send(client, test::Response(1).Question("ready.example", test::kA));
       return !Records().empty();
     });
   }
@@ -92,8 +93,8 @@ TEST_CASE("a live run reports an exchange within a second or so") {
           const Endpoint client(40000), server(53);
           LiveRun run;
           if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, support::Query(7).Question("live.example", support::kAaaa));
-          server.Send(client, support::Response(7).Question("live.example", support::kAaaa));
+          client.Send(server, test::Query(7).Question("live.example", test::kAaaa));
+          server.Send(client, test::Response(7).Question("live.example", test::kAaaa));
           if (!WaitFor([&] { return run.Shows("live.example", "answered"); })) return "the exchange was not seen";
           return run.Stop() == 0 ? "" : "SIGTERM is not its ordinary end";
         }) == "");
@@ -105,7 +106,7 @@ TEST_CASE("on a silent wire a query still times out") {
           const Endpoint client(40000), server(53);
           LiveRun run({"--set", "request_timeout_s=1"});
           if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, support::Query(8).Question("nobody.example", support::kA));
+          client.Send(server, test::Query(8).Question("nobody.example", test::kA));
           return WaitFor([&] { return run.Shows("nobody.example", "timeout"); }) ? "" : "it never timed out";
         }) == "");
 }
@@ -116,7 +117,7 @@ TEST_CASE("a live run that is ended reports what is open") {
           const Endpoint client(40000), server(53);
           LiveRun run({"--set", "request_timeout_s=1000"});
           if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, support::Query(9).Question("open.example", support::kA));
+          client.Send(server, test::Query(9).Question("open.example", test::kA));
           std::this_thread::sleep_for(milliseconds(500));
           if (run.Stop(SIGINT) != 0) return "SIGINT is not its ordinary end";
           if (!run.Shows("open.example", "open")) return "the open query was not reported";
@@ -133,8 +134,8 @@ TEST_CASE("a run whose interface goes down goes on when it is up again") {
           test::SetLoopback(0);
           std::this_thread::sleep_for(milliseconds(300));
           test::SetLoopback(IFF_UP | IFF_RUNNING);
-          client.Send(server, support::Query(7).Question("later.example", support::kA));
-          server.Send(client, support::Response(7).Question("later.example", support::kA));
+          client.Send(server, test::Query(7).Question("later.example", test::kA));
+          server.Send(client, test::Response(7).Question("later.example", test::kA));
           if (!WaitFor([&] { return run.Shows("later.example", "answered"); })) return "nothing is seen any more";
           return run.Stop() == 0 ? "" : "SIGTERM is not its ordinary end";
         }) == "");
@@ -157,7 +158,7 @@ TEST_CASE("SIGUSR1 shows an account that adds up") {
           const Endpoint client(40000), server(53);
           LiveRun run;
           if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, support::Query(9).Question("open.example", support::kA));
+          client.Send(server, test::Query(9).Question("open.example", test::kA));
           std::this_thread::sleep_for(milliseconds(500));
           run.Signal(SIGUSR1);
           if (!WaitFor([&] { return run.Messages().find("1 waiting") != std::string::npos; }))
@@ -176,8 +177,8 @@ TEST_CASE("SIGHUP opens a file again that was moved away") {
           std::rename(run.records.path.c_str(), moved.c_str());
           run.Signal(SIGHUP);
           if (!WaitFor([&] { return access(run.records.path.c_str(), F_OK) == 0; })) return "no new file";
-          client.Send(server, support::Query(7).Question("later.example", support::kA));
-          server.Send(client, support::Response(7).Question("later.example", support::kA));
+          client.Send(server, test::Query(7).Question("later.example", test::kA));
+          server.Send(client, test::Response(7).Question("later.example", test::kA));
           const bool later = WaitFor([&] { return run.Shows("later.example", "answered"); });
           const bool kept = Content(moved).find("ready.example") != std::string::npos;
           std::remove(moved.c_str());

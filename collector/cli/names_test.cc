@@ -6,16 +6,17 @@
 namespace cli {
 namespace {
 
-using support::A;
-using support::kA;
+using test::A;
+using test::ChildResult;
+using test::kA;
 
 TEST_CASE("mappings of names to addresses are listed once, with when they were seen") {
   CaptureForTests capture;
   for (uint16_t i = 0; i < 3; ++i) {
-    capture.Query(i * kSecond, support::Query(i).Question("www.example", kA));
-    capture.Response(i * kSecond + 1, support::Response(i)
+    capture.Query(i * kSecond, test::Query(i).Question("www.example", kA));
+    capture.Response(i * kSecond + 1, test::Response(i)
                                           .Question("www.example", kA)
-                                          .Answer("www.example", support::Cname("cdn.example"))
+                                          .Answer("www.example", test::Cname("cdn.example"))
                                           .Answer("cdn.example", A("192.0.2.80")));
   }
   const test::TemporaryFile file(capture.Bytes());
@@ -31,10 +32,10 @@ TEST_CASE("mappings of names to addresses are listed once, with when they were s
 
 TEST_CASE("reverse look-ups are listed as such") {
   CaptureForTests capture;
-  capture.Query(0, support::Query(1).Question("7.2.0.192.in-addr.arpa", support::kPtr));
-  capture.Response(1, support::Response(1)
-                          .Question("7.2.0.192.in-addr.arpa", support::kPtr)
-                          .Answer("7.2.0.192.in-addr.arpa", support::Ptr("host.example")));
+  capture.Query(0, test::Query(1).Question("7.2.0.192.in-addr.arpa", test::kPtr));
+  capture.Response(1, test::Response(1)
+                          .Question("7.2.0.192.in-addr.arpa", test::kPtr)
+                          .Answer("7.2.0.192.in-addr.arpa", test::Ptr("host.example")));
   const test::TemporaryFile file(capture.Bytes());
   const auto records = JsonLines(RunProgram({"names", file.path, "-q"}).out);
   REQUIRE(records.size() == 1);

@@ -11,12 +11,12 @@
 namespace cli {
 namespace {
 
-using support::kA;
+using test::kA;
 
 // Frames from memory, some at a time.
 class FrameList : public capture::Source {
  public:
-  void Add(int64_t after_ns, const support::Packet& packet, uint16_t link_type = 1) {
+  void Add(int64_t after_ns, const test::Packet& packet, uint16_t link_type = 1) {
     bytes.push_back(packet.Frame());
     bytes.back().push_back(0);  // readable behind the frame
     const auto size = static_cast<uint32_t>(bytes.back().size() - 1);
@@ -40,7 +40,7 @@ class FrameList : public capture::Source {
   bool idle_first = false;
 
  private:
-  std::vector<support::Bytes> bytes;
+  std::vector<test::Bytes> bytes;
   std::vector<capture::Frame> frames;
   std::vector<std::string> problems;
   size_t at = 0;
@@ -51,21 +51,21 @@ struct Statuses : plugin::ExchangeListener {
   std::vector<plugin::Status> seen;
 };
 
-support::Packet Query(uint16_t id, const char* client = "192.0.2.1") {
-  return support::Packet()
+test::Packet Query(uint16_t id, const char* client = "192.0.2.1") {
+  return test::Packet()
       .Ethernet()
       .Ipv4(client, "192.0.2.53")
       .Udp(40000, 53)
-      .Payload(support::ToBytes(support::Query(id).Question("www.example", kA).Wire()));
+      .Payload(test::ToBytes(test::Query(id).Question("www.example", kA).Wire()));
 }
-support::Packet Response(uint16_t id) {
-  return support::Packet()
+test::Packet Response(uint16_t id) {
+  return test::Packet()
       .Ethernet()
       .Ipv4("192.0.2.53", "192.0.2.1")
       .Udp(53, 40000)
-      .Payload(support::ToBytes(support::Response(id).Question("www.example", kA).Wire()));
+      .Payload(test::ToBytes(test::Response(id).Question("www.example", kA).Wire()));
 }
-support::Packet Arp() { return support::Packet().Ethernet().Type(0x0806).Text("who has"); }
+test::Packet Arp() { return test::Packet().Ethernet().Type(0x0806).Text("who has"); }
 
 struct Bench {
   explicit Bench(const std::string& filter = {})
@@ -98,8 +98,7 @@ TEST_CASE("packets become exchanges and every one is accounted for") {
   bench.frames.Add(0, Query(1));
   bench.frames.Add(kMillisecond, Response(1));
   bench.frames.Add(2 * kMillisecond, Arp());
-  bench.frames.Add(3 * kMillisecond,
-                   support::Packet().Ethernet().Ipv4("192.0.2.1", "192.0.2.2").Udp(1, 2).Text("x"));
+  bench.frames.Add(3 * kMillisecond, test::Packet().Ethernet().Ipv4("192.0.2.1", "192.0.2.2").Udp(1, 2).Text("x"));
   bench.frames.Add(4 * kMillisecond, Arp(), 147);  // a private link type
   bench.frames.Add(5 * kMillisecond, Query(2));
   const output::Account account = bench.Run();

@@ -31,9 +31,9 @@ inline constexpr int64_t kStart = 1700000000 * kSecond;  // when the captures be
 }
 
 // Runs it to its end, with `input` as its standard input.
-inline ChildResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = {}) {
+inline test::ChildResult RunProgram(const std::vector<std::string>& arguments, const std::string& input = {}) {
   const test::TemporaryFile file(input);
-  return RunInChild([&] {
+  return test::RunInChild([&] {
     const int fd = open(file.path.c_str(), O_RDONLY);
     dup2(fd, STDIN_FILENO);
     ExecProgram(arguments);
@@ -57,26 +57,26 @@ inline std::vector<nlohmann::json> JsonLines(const std::string& text) {
 // A capture of UDP messages between one client and one server.
 class CaptureForTests {
  public:
-  CaptureForTests& Query(int64_t after_ns, const support::Message& message, uint16_t port = 40000) {
-    return Frame(after_ns, support::Packet()
+  CaptureForTests& Query(int64_t after_ns, const test::Message& message, uint16_t port = 40000) {
+    return Frame(after_ns, test::Packet()
                                .Ethernet()
                                .Ipv4("192.0.2.1", "198.51.100.53")
                                .Udp(port, 53)
-                               .Payload(support::ToBytes(message.Wire())));
+                               .Payload(test::ToBytes(message.Wire())));
   }
-  CaptureForTests& Response(int64_t after_ns, const support::Message& message, uint16_t port = 40000) {
-    return Frame(after_ns, support::Packet()
+  CaptureForTests& Response(int64_t after_ns, const test::Message& message, uint16_t port = 40000) {
+    return Frame(after_ns, test::Packet()
                                .Ethernet()
                                .Ipv4("198.51.100.53", "192.0.2.1")
                                .Udp(53, port)
-                               .Payload(support::ToBytes(message.Wire())));
+                               .Payload(test::ToBytes(message.Wire())));
   }
 
   // A frame without DNS, to let time pass.
-  CaptureForTests& Nothing(int64_t after_ns) { return Frame(after_ns, support::Packet().Ethernet().Type(0x0806)); }
+  CaptureForTests& Nothing(int64_t after_ns) { return Frame(after_ns, test::Packet().Ethernet().Type(0x0806)); }
 
-  CaptureForTests& Frame(int64_t after_ns, const support::Packet& packet) {
-    const support::Bytes bytes = packet.Frame();
+  CaptureForTests& Frame(int64_t after_ns, const test::Packet& packet) {
+    const test::Bytes bytes = packet.Frame();
     writer.Frame(kStart + after_ns, std::string(bytes.begin(), bytes.end()));
     return *this;
   }
@@ -89,17 +89,17 @@ class CaptureForTests {
 
 // One answered query, one NXDOMAIN, one that times out, one that is open at the end.
 inline CaptureForTests SmallCapture() {
-  using support::A;
-  using support::kA;
+  using test::A;
+  using test::kA;
   CaptureForTests capture;
-  capture.Query(0, support::Query(1).Question("www.example", kA))
+  capture.Query(0, test::Query(1).Question("www.example", kA))
       .Response(2 * kMillisecond,
-                support::Response(1).Question("www.example", kA).Answer("www.example", A("192.0.2.80")))
-      .Query(10 * kMillisecond, support::Query(2).Question("nothing.example", support::kAaaa))
-      .Response(210 * kMillisecond, support::Response(2).Question("nothing.example", support::kAaaa).Rcode(3))
-      .Query(300 * kMillisecond, support::Query(3).Question("silent.example", kA))
+                test::Response(1).Question("www.example", kA).Answer("www.example", A("192.0.2.80")))
+      .Query(10 * kMillisecond, test::Query(2).Question("nothing.example", test::kAaaa))
+      .Response(210 * kMillisecond, test::Response(2).Question("nothing.example", test::kAaaa).Rcode(3))
+      .Query(300 * kMillisecond, test::Query(3).Question("silent.example", kA))
       .Nothing(8 * kSecond)
-      .Query(9 * kSecond, support::Query(4).Question("late.example", kA));
+      .Query(9 * kSecond, test::Query(4).Question("late.example", kA));
   return capture;
 }
 

@@ -10,8 +10,9 @@ namespace cli {
 namespace {
 
 using nlohmann::json;
-using support::A;
-using support::kA;
+using test::A;
+using test::ChildResult;
+using test::kA;
 
 std::vector<json> Records(const std::string& capture, std::vector<std::string> options = {}) {
   const test::TemporaryFile file(capture);
@@ -70,7 +71,7 @@ TEST_CASE("exchanges come in the order in which they end") {
 
 TEST_CASE("a configuration key reaches the plug-in") {
   CaptureForTests capture;
-  capture.Query(0, support::Query(1).Question("a.example", kA));
+  capture.Query(0, test::Query(1).Question("a.example", kA));
   capture.Nothing(3 * kSecond);
   CHECK(Records(capture.Bytes())[0]["status"] == "open");
   CHECK(Records(capture.Bytes(), {"--set", "request_timeout_s=1"})[0]["status"] == "timeout");
@@ -78,15 +79,15 @@ TEST_CASE("a configuration key reaches the plug-in") {
 
 TEST_CASE("other ports are other traffic until they are named") {
   CaptureForTests capture;
-  const auto frame = [](uint16_t from, uint16_t to, const support::Message& message) {
-    return support::Packet()
+  const auto frame = [](uint16_t from, uint16_t to, const test::Message& message) {
+    return test::Packet()
         .Ethernet()
         .Ipv4("192.0.2.1", "192.0.2.1")
         .Udp(from, to)
-        .Payload(support::ToBytes(message.Wire()));
+        .Payload(test::ToBytes(message.Wire()));
   };
-  capture.Frame(0, frame(40000, 5353, support::Query(1).Question("a.example", kA)));
-  capture.Frame(1, frame(5353, 40000, support::Response(1).Question("a.example", kA)));
+  capture.Frame(0, frame(40000, 5353, test::Query(1).Question("a.example", kA)));
+  capture.Frame(1, frame(5353, 40000, test::Response(1).Question("a.example", kA)));
   CHECK(Records(capture.Bytes()).empty());
   CHECK(Records(capture.Bytes(), {"--port", "53,5353"}).size() == 1);
   CHECK(Records(capture.Bytes(), {"--port", "53", "--port", "5353"}).size() == 1);
@@ -102,7 +103,7 @@ TEST_CASE("conditions choose records") {
 
 TEST_CASE("a filter expression chooses packets") {
   CaptureForTests capture = SmallCapture();
-  capture.Query(10 * kSecond, support::Query(9).Question("other.example", kA), 41111);
+  capture.Query(10 * kSecond, test::Query(9).Question("other.example", kA), 41111);
   CHECK(Records(capture.Bytes(), {"--", "port", "41111"}).size() == 1);
   CHECK(Records(capture.Bytes(), {"--", "port 40000"}).size() == 4);
 }
@@ -133,7 +134,7 @@ TEST_CASE("standard input, a file, its halves and its compressed form give the s
 
 TEST_CASE("names that are not text stay on their line") {
   CaptureForTests capture;
-  capture.Query(0, support::Query(1).Question("a\\.b\\010\\255\\\\.example", kA));
+  capture.Query(0, test::Query(1).Question("a\\.b\\010\\255\\\\.example", kA));
   const test::TemporaryFile file(capture.Bytes());
   for (const char* format : {"json", "csv", "table"}) {
     const ChildResult result = RunProgram({"read", file.path, "--format", format});
@@ -145,11 +146,11 @@ TEST_CASE("names that are not text stay on their line") {
 
 TEST_CASE("tags and tunnels are in the record, and apart only on request") {
   CaptureForTests capture;
-  const auto query = support::ToBytes(support::Query(1).Question("a.example", kA).Wire());
-  const auto response = support::ToBytes(support::Response(1).Question("a.example", kA).Wire());
-  const auto tagged = support::Packet().Ethernet().Vlan(100).Vlan(200);
-  capture.Frame(0, support::Packet(tagged).Ipv4("192.0.2.1", "192.0.2.2").Udp(40000, 53).Payload(query));
-  capture.Frame(1, support::Packet().Ethernet().Ipv4("192.0.2.2", "192.0.2.1").Udp(53, 40000).Payload(response));
+  const auto query = test::ToBytes(test::Query(1).Question("a.example", kA).Wire());
+  const auto response = test::ToBytes(test::Response(1).Question("a.example", kA).Wire());
+  const auto tagged = test::Packet().Ethernet().Vlan(100).Vlan(200);
+  capture.Frame(0, test::Packet(tagged).Ipv4("192.0.2.1", "192.0.2.2").Udp(40000, 53).Payload(query));
+  capture.Frame(1, test::Packet().Ethernet().Ipv4("192.0.2.2", "192.0.2.1").Udp(53, 40000).Payload(response));
   const auto records = Records(capture.Bytes());
   REQUIRE(records.size() == 1);
   CHECK(records[0]["vlan"] == "100,200");
@@ -191,16 +192,16 @@ TEST_CASE("a dns.log is whole: header, records, end") {
 
 TEST_CASE("answers are read from TCP and from cut packets too") {
   CaptureForTests capture;
-  const auto response = support::Response(1)
+  const auto response = test::Response(1)
                             .Question("www.example", kA)
                             .Answer("www.example", A("192.0.2.80"))
                             .Answer("www.example", A("192.0.2.81"));
   const auto frame = [](const char* from, const char* to, uint16_t port, uint16_t to_port,
                         const std::string& bytes) {
-    return support::Packet().Ethernet().Ipv4(from, to).Tcp(port, to_port).Payload(support::ToBytes(bytes));
+    return test::Packet().Ethernet().Ipv4(from, to).Tcp(port, to_port).Payload(test::ToBytes(bytes));
   };
-  capture.Frame(
-      0, frame("192.0.2.1", "192.0.2.2", 40000, 53, support::Query(1).Question("www.example", kA).TcpWire()));
+  capture.Frame(0,
+                frame("192.0.2.1", "192.0.2.2", 40000, 53, test::Query(1).Question("www.example", kA).TcpWire()));
   capture.Frame(1, frame("192.0.2.2", "192.0.2.1", 53, 40000, response.TcpWire()));
   const auto records = Records(capture.Bytes(), {"--format", "ecs"});
   REQUIRE(records.size() == 1);
@@ -225,7 +226,7 @@ TEST_CASE("the health line and the account stand on standard error") {
 
 TEST_CASE("the plug-in's log shows on request, without control characters") {
   CaptureForTests capture;
-  capture.Query(0, support::Query(1).Question("a\\027.example", kA)).Nothing(8 * kSecond);
+  capture.Query(0, test::Query(1).Question("a\\027.example", kA)).Nothing(8 * kSecond);
   const test::TemporaryFile file(capture.Bytes());
   CHECK(RunProgram({"read", file.path, "-q"}).err == "");
   const std::string log = RunProgram({"read", file.path, "-q", "-v"}).err;

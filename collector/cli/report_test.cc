@@ -5,6 +5,8 @@
 
 #include "collector/cli/program_for_tests.h"
 
+using test::ChildResult;
+
 // dnspair report.
 namespace cli {
 namespace {

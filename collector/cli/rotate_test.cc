@@ -16,7 +16,9 @@
 namespace cli {
 namespace {
 
-using support::kA;
+using test::ChildResult;
+using test::kA;
+using test::RunInChild;
 
 // A folder that goes with what is in it.
 struct Folder {
@@ -45,8 +47,8 @@ struct Folder {
 std::string ManyExchanges(uint16_t count) {
   CaptureForTests capture;
   for (uint16_t i = 0; i < count; ++i) {
-    capture.Query(2 * i, support::Query(i).Question("www.example", kA));
-    capture.Response(2 * i + 1, support::Response(i).Question("www.example", kA));
+    capture.Query(2 * i, test::Query(i).Question("www.example", kA));
+    capture.Response(2 * i + 1, test::Response(i).Question("www.example", kA));
   }
   return capture.Bytes();
 }

@@ -13,7 +13,9 @@
 namespace cli {
 namespace {
 
-using support::kA;
+using test::ChildResult;
+using test::kA;
+using test::RunInChild;
 
 std::string Content(const std::string& path) {
   std::ostringstream content;
@@ -111,8 +113,8 @@ TEST_CASE("a closed standard output is an error, and no other file gets the reco
 TEST_CASE("a closed pipe ends the run quietly") {
   CaptureForTests capture;
   for (uint16_t i = 0; i < 20000; ++i) {
-    capture.Query(i * kMillisecond, support::Query(i).Question("www.example", kA));
-    capture.Response(i * kMillisecond + 1, support::Response(i).Question("www.example", kA));
+    capture.Query(i * kMillisecond, test::Query(i).Question("www.example", kA));
+    capture.Response(i * kMillisecond + 1, test::Response(i).Question("www.example", kA));
   }
   const test::TemporaryFile file(capture.Bytes());
   const ChildResult result = RunInChild([&] {
@@ -141,7 +143,7 @@ TEST_CASE("strict runs exit with 3 when anything was lost, others do not care") 
   CaptureForTests capture = SmallCapture();
   const test::TemporaryFile whole(capture.Bytes());
   CHECK(RunProgram({"read", whole.path, "--strict"}).ExitCode() == 0);
-  capture.Query(10 * kSecond, support::Query(4).Question("the.id.is.open.already", kA));
+  capture.Query(10 * kSecond, test::Query(4).Question("the.id.is.open.already", kA));
   const test::TemporaryFile lossy(capture.Bytes());
   CHECK(RunProgram({"read", lossy.path}).ExitCode() == 0);
   const ChildResult strict = RunProgram({"read", lossy.path, "--strict"});
@@ -151,7 +153,7 @@ TEST_CASE("strict runs exit with 3 when anything was lost, others do not care") 
 
 TEST_CASE("a full table shows in the account") {
   CaptureForTests capture;
-  for (uint16_t i = 0; i < 30; ++i) capture.Query(i, support::Query(i).Question("www.example", kA));
+  for (uint16_t i = 0; i < 30; ++i) capture.Query(i, test::Query(i).Question("www.example", kA));
   const test::TemporaryFile file(capture.Bytes()), account;
   CHECK(RunProgram({"read", file.path, "--set", "max_open_requests=10", "--account", account.path}).ExitCode() ==
         0);
@@ -164,13 +166,13 @@ TEST_CASE("a full table shows in the account") {
 TEST_CASE("hidden clients are hidden from everything that is written") {
   CaptureForTests capture;
   const auto frame = [](bool query, const std::string& client) {
-    const std::string bytes = query ? support::Query(1).Question("www.example", kA).Wire()
-                                    : support::Response(1).Question("www.example", kA).Wire();
-    return support::Packet()
+    const std::string bytes = query ? test::Query(1).Question("www.example", kA).Wire()
+                                    : test::Response(1).Question("www.example", kA).Wire();
+    return test::Packet()
         .Ethernet()
         .Ipv4(query ? client : "198.51.100.53", query ? "198.51.100.53" : client)
         .Udp(query ? 40000 : 53, query ? 53 : 40000)
-        .Payload(support::ToBytes(bytes));
+        .Payload(test::ToBytes(bytes));
   };
   for (const bool query : {true, false}) capture.Frame(query ? 0 : 1, frame(query, "203.0.113.77"));
   capture.Frame(2, frame(true, "203.0.113.78"));
@@ -214,8 +216,8 @@ TEST_CASE("a key that the plug-in may not know is warned about and passed on") {
 TEST_CASE("a closed pipe ends a run that waits for more compressed input") {
   CaptureForTests capture;
   for (uint16_t i = 0; i < 20000; ++i) {
-    capture.Query(2 * i, support::Query(i).Question("www.example", kA));
-    capture.Response(2 * i + 1, support::Response(i).Question("www.example", kA));
+    capture.Query(2 * i, test::Query(i).Question("www.example", kA));
+    capture.Response(2 * i + 1, test::Response(i).Question("www.example", kA));
   }
   const ChildResult result = RunInChild([&] {
     int input[2];

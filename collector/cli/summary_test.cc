@@ -2,6 +2,8 @@
 
 #include "collector/cli/program_for_tests.h"
 
+using test::ChildResult;
+
 // dnspair summary.
 namespace cli {
 namespace {

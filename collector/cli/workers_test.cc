@@ -15,8 +15,9 @@
 namespace cli {
 namespace {
 
-using support::A;
-using support::kA;
+using test::A;
+using test::ChildResult;
+using test::kA;
 
 // Many clients, so that every worker has some: answered, failing, repeated and unanswered queries, over UDP and,
 // where the number ends in 7, with answers in fragments.
@@ -27,16 +28,16 @@ std::string BusyCapture(int exchanges) {
     const auto port = static_cast<uint16_t>(20000 + i % 30000);
     const int64_t now = i * kMillisecond;
     const std::string name = "host" + std::to_string(i % 50) + ".example";
-    capture.Query(now, support::Query(id).Question(name, kA), port);
-    if (i % 11 == 0) capture.Query(now, support::Query(id).Question(name, kA), port);
+    capture.Query(now, test::Query(id).Question(name, kA), port);
+    if (i % 11 == 0) capture.Query(now, test::Query(id).Question(name, kA), port);
     if (i % 5 == 0) continue;
-    capture.Response(now + kMillisecond / 2, support::Response(id).Question(name, kA).Answer(name, A("192.0.2.80")),
+    capture.Response(now + kMillisecond / 2, test::Response(id).Question(name, kA).Answer(name, A("192.0.2.80")),
                      port);
   }
   capture.Nothing(exchanges * kMillisecond + 7 * kSecond);
   for (int i = 0; i < 20; ++i) {
     const auto port = static_cast<uint16_t>(1000 + i);
-    capture.Query(exchanges * kMillisecond + 8 * kSecond, support::Query(9).Question("open.example", kA), port);
+    capture.Query(exchanges * kMillisecond + 8 * kSecond, test::Query(9).Question("open.example", kA), port);
   }
   return capture.Bytes();
 }
@@ -110,9 +111,9 @@ TEST_CASE("records of workers come by the packet that ended their exchange") {
 
 TEST_CASE("a record that is longer than what workers hand on at a time arrives whole") {
   CaptureForTests capture;
-  auto response = support::Response(1).Compressed().Question("aa.bb", support::kTxt);
-  for (int i = 0; i < 220; ++i) response.Answer("aa.bb", support::Txt(std::string(255, '\x01')));
-  capture.Query(0, support::Query(1).Question("aa.bb", support::kTxt)).Response(kMillisecond, response);
+  auto response = test::Response(1).Compressed().Question("aa.bb", test::kTxt);
+  for (int i = 0; i < 220; ++i) response.Answer("aa.bb", test::Txt(std::string(255, '\x01')));
+  capture.Query(0, test::Query(1).Question("aa.bb", test::kTxt)).Response(kMillisecond, response);
   const test::TemporaryFile file(capture.Bytes());
   const Shared plain = RunShared({file.path}, 0);
   CHECK(plain.result.out.size() > 200'000);

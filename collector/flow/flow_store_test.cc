@@ -12,7 +12,7 @@
 
 using flow::Flow;
 using flow::FlowStore;
-using namespace support;
+using namespace test;
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "tests/support/datagram_builder.h"
 #include "tests/support/dns_builder.h"
 
-using namespace support;
+using namespace test;
 
 namespace {
 

@@ -19,7 +19,7 @@
 using flow::Delivery;
 using flow::Flow;
 using flow::FlowTable;
-using namespace support;
+using namespace test;
 
 namespace {
 

@@ -14,7 +14,7 @@ using flow::Delivery;
 using flow::Flow;
 using flow::FlowTable;
 using flow::Settings;
-using namespace support;
+using namespace test;
 
 namespace {
 

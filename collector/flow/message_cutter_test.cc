@@ -12,7 +12,7 @@
 
 using flow::Expected;
 using flow::MessageCutter;
-using namespace support;
+using namespace test;
 
 namespace {
 

@@ -7,7 +7,7 @@
 #include "tests/support/dns_builder.h"
 
 using flow::Expected;
-using namespace support;
+using namespace test;
 
 namespace {
 

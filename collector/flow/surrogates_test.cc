@@ -11,7 +11,7 @@
 
 using flow::ScopedAddress;
 using flow::Surrogates;
-using support::ToAddress;
+using test::ToAddress;
 
 namespace {
 

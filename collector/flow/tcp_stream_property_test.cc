@@ -13,7 +13,7 @@
 #include "tests/support/dns_builder.h"
 
 using flow::TcpStream;
-using support::CutterRecorder;
+using test::CutterRecorder;
 
 namespace {
 
@@ -37,7 +37,7 @@ std::vector<std::string> AnyMessages() {
   for (std::string& message : messages) {
     const size_t size = Upto(9) == 0 ? Upto(6000) : Upto(80);
     const std::string body = *rc::gen::container<std::string>(size, rc::gen::arbitrary<char>());
-    message = support::U16(static_cast<unsigned>(size)) + body;
+    message = test::U16(static_cast<unsigned>(size)) + body;
   }
   return messages;
 }
@@ -120,7 +120,7 @@ TEST_CASE("of contradicting bytes the first to arrive stand, wherever segments o
     TcpStream stream;
     stream.Syn(0);
     size_t sent = 0;
-    Send(&stream, 1, 0, support::U16(static_cast<unsigned>(size)), &out);
+    Send(&stream, 1, 0, test::U16(static_cast<unsigned>(size)), &out);
     for (const Span& span : spans) {
       const std::string bytes(span.to - span.from, static_cast<char>('0' + sent % 60));
       for (size_t i = span.from; i < span.to; ++i) {
@@ -129,7 +129,7 @@ TEST_CASE("of contradicting bytes the first to arrive stand, wherever segments o
       Send(&stream, 3, span.from, bytes, &out);
       ++sent;
     }
-    std::string expected = support::U16(static_cast<unsigned>(size));
+    std::string expected = test::U16(static_cast<unsigned>(size));
     for (const std::optional<char>& byte : first) expected += *byte;
     RC_ASSERT(out.Texts() == std::vector<std::string>{expected});
   }));
@@ -139,9 +139,9 @@ namespace {
 
 // A response whose name tells it from all others, so that a part of it can be attributed.
 std::string Numbered(unsigned id, size_t padding) {
-  return support::Response(id)
-      .Question("n" + std::to_string(id) + ".example", support::kTxt)
-      .Answer("n" + std::to_string(id) + ".example", support::Txt(std::string(padding, 'x')))
+  return test::Response(id)
+      .Question("n" + std::to_string(id) + ".example", test::kTxt)
+      .Answer("n" + std::to_string(id) + ".example", test::Txt(std::string(padding, 'x')))
       .TcpWire();
 }
 
@@ -165,7 +165,7 @@ TEST_CASE("whatever is lost, every message handed on is the beginning of one tha
     stream.End(&out);
     RC_ASSERT(stream.Held() == 0U);
     size_t next = 0;
-    for (const support::Cut& cut : out.cuts) {
+    for (const test::Cut& cut : out.cuts) {
       while (next < messages.size() && !messages[next].starts_with(cut.bytes)) ++next;
       RC_ASSERT(next < messages.size());
       RC_ASSERT(cut.bytes.size() >= 2U);

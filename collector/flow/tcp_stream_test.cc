@@ -11,7 +11,7 @@
 #include "tests/support/dns_builder.h"
 
 using flow::TcpStream;
-using namespace support;
+using namespace test;
 
 namespace {
 

@@ -13,7 +13,7 @@
 
 using flow::Flow;
 using flow::TcpTracker;
-using namespace support;
+using namespace test;
 
 namespace {
 

@@ -12,8 +12,8 @@ namespace output {
 namespace {
 
 using nlohmann::json;
-using support::A;
-using support::kA;
+using test::A;
+using test::kA;
 
 std::string Line(const plugin::Exchange& exchange) {
   return WrittenBy([&](Buffer* buffer) { MakeEcsWriter(buffer)->Write(exchange); });
@@ -21,7 +21,7 @@ std::string Line(const plugin::Exchange& exchange) {
 
 json Record(const plugin::Exchange& exchange) { return json::parse(Line(exchange)); }
 
-json Answers(const support::Message& message) {
+json Answers(const test::Message& message) {
   ExchangeForTests exchange;
   exchange.Respond(message.Wire());
   return Record(exchange)["dns"].value("answers", json());
@@ -29,10 +29,8 @@ json Answers(const support::Message& message) {
 
 TEST_CASE("an answered query is one nested object on a line") {
   ExchangeForTests exchange;
-  exchange.Respond(support::Response(4660)
-                       .Question("www.example.com", kA)
-                       .Answer("www.example.com", A("192.0.2.80"), 300)
-                       .Wire());
+  exchange.Respond(
+      test::Response(4660).Question("www.example.com", kA).Answer("www.example.com", A("192.0.2.80"), 300).Wire());
   CHECK(Line(exchange).find('\n') == Line(exchange).size() - 1);
   const json endpoint_of_client = {{"ip", "192.0.2.1"}, {"port", 40000}, {"bytes", 33}};
   const json endpoint_of_server = {{"ip", "198.51.100.53"}, {"port", 53}, {"bytes", 49}};
@@ -131,26 +129,26 @@ TEST_CASE("tags, tunnels, other opcodes and several questions are there when the
 }
 
 TEST_CASE("answers show their data as zone files do") {
-  const auto data = [](const support::Data& written) {
-    const json answers = Answers(support::Response(7).Question("www.example.com", kA).Answer("x", written));
+  const auto data = [](const test::Data& written) {
+    const json answers = Answers(test::Response(7).Question("www.example.com", kA).Answer("x", written));
     return answers.at(0).at("data").get<std::string>();
   };
-  CHECK(data(support::Aaaa("2001:db8::25")) == "2001:db8::25");
-  CHECK(data(support::Cname("other.example")) == "other.example");
-  CHECK(data(support::Ns(".")) == ".");
-  CHECK(data(support::Mx(10, "mail.example")) == "10 mail.example");
-  CHECK(data(support::Srv(1, 2, 5060, "sip.example")) == "1 2 5060 sip.example");
-  CHECK(data(support::Txt("one \"two\"", "\xc3\\")) == "one \"two\" \\195\\\\");
-  CHECK(data(support::Rdata(1, "abc")) == "\\# 3 616263");
-  CHECK(data(support::Rdata(15, "")) == "\\# 0");
-  CHECK(data(support::Mx(10, "mail.example").Add(std::string("more"))).starts_with("\\# 20 000a046d"));
-  const std::string soa = data(support::Soa("ns.example", "host.example", 2026));
+  CHECK(data(test::Aaaa("2001:db8::25")) == "2001:db8::25");
+  CHECK(data(test::Cname("other.example")) == "other.example");
+  CHECK(data(test::Ns(".")) == ".");
+  CHECK(data(test::Mx(10, "mail.example")) == "10 mail.example");
+  CHECK(data(test::Srv(1, 2, 5060, "sip.example")) == "1 2 5060 sip.example");
+  CHECK(data(test::Txt("one \"two\"", "\xc3\\")) == "one \"two\" \\195\\\\");
+  CHECK(data(test::Rdata(1, "abc")) == "\\# 3 616263");
+  CHECK(data(test::Rdata(15, "")) == "\\# 0");
+  CHECK(data(test::Mx(10, "mail.example").Add(std::string("more"))).starts_with("\\# 20 000a046d"));
+  const std::string soa = data(test::Soa("ns.example", "host.example", 2026));
   CHECK(soa.starts_with("ns.example host.example 2026 "));
 }
 
 TEST_CASE("no response makes a line of any length") {
-  support::Message many = support::Response(7).Compressed().Question("www.example.com", kA);
-  for (int i = 0; i < 3000; ++i) many.Answer("www.example.com", support::Cname("www.example.com"));
+  test::Message many = test::Response(7).Compressed().Question("www.example.com", kA);
+  for (int i = 0; i < 3000; ++i) many.Answer("www.example.com", test::Cname("www.example.com"));
   CHECK(Answers(many).size() == 256);
 }
 

@@ -14,8 +14,8 @@
 namespace output {
 namespace {
 
-using support::A;
-using support::kA;
+using test::A;
+using test::kA;
 
 std::vector<std::string> Cut(const std::string& text, char separator) {
   std::vector<std::string> parts;
@@ -67,10 +67,10 @@ TEST_CASE("a log has its header, a line a record, and its end") {
 
 TEST_CASE("an answered query has everything") {
   ExchangeForTests exchange;
-  exchange.Respond(support::Response(4660)
+  exchange.Respond(test::Response(4660)
                        .Question("www.example.com", kA)
                        .Answer("www.example.com", A("192.0.2.80"), 300)
-                       .Answer("www.example.com", support::Txt("a,b"), 0)
+                       .Answer("www.example.com", test::Txt("a,b"), 0)
                        .Wire());
   auto record = Record(exchange);
   record.erase("uid");
@@ -114,7 +114,7 @@ TEST_CASE("what nobody answered leaves the response's fields unset") {
 
 TEST_CASE("a response without any record is a rejection") {
   ExchangeForTests exchange;
-  exchange.Respond(support::Response(4660).Question("www.example.com", kA).Rcode(5).Wire());
+  exchange.Respond(test::Response(4660).Question("www.example.com", kA).Rcode(5).Wire());
   exchange.rcode = 5;
   CHECK(Record(exchange)["rejected"] == "T");
   CHECK(Record(exchange)["rcode_name"] == "REFUSED");

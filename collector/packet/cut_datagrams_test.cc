@@ -2,7 +2,7 @@
 
 #include "tests/support/fragment_frames.h"
 
-using namespace support;
+using namespace test;
 using packet::Decoder;
 
 TEST_CASE("the beginning of a packet that is given up is handed out as a cut datagram") {

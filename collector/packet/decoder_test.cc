@@ -9,7 +9,7 @@
 #include "collector/capture/open.h"
 #include "tests/support/decode_frame.h"
 
-using namespace support;
+using namespace test;
 using packet::Outcome;
 
 namespace {

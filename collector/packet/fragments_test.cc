@@ -5,7 +5,7 @@
 
 #include "tests/support/fragment_frames.h"
 
-using namespace support;
+using namespace test;
 using packet::Decoder;
 using packet::Outcome;
 

@@ -2,7 +2,7 @@
 
 #include "tests/support/decode_frame.h"
 
-using namespace support;
+using namespace test;
 using packet::Outcome;
 
 namespace {

@@ -2,7 +2,7 @@
 
 #include "tests/support/decode_frame.h"
 
-using namespace support;
+using namespace test;
 using packet::Outcome;
 
 TEST_CASE("what MPLS labels carry shows in its first bits") {

@@ -7,13 +7,13 @@
 namespace plugin {
 namespace {
 
-using support::A;
-using support::kA;
+using test::A;
+using test::kA;
 
 constexpr size_t kRecords = 12 + 13 + 4;  // behind the header and the question www.example
 
 std::string TwoAnswers() {
-  return support::Response(7)
+  return test::Response(7)
       .Question("www.example", kA)
       .Answer("www.example", A("192.0.2.80"))
       .Answer("www.example", A("192.0.2.81"))
@@ -51,7 +51,7 @@ TEST_CASE("answers end where the message is cut") {
 }
 
 TEST_CASE("records of other sections are no answers") {
-  CHECK(Count(support::Response(7)
+  CHECK(Count(test::Response(7)
                   .Question("www.example", kA)
                   .Answer("www.example", A("192.0.2.80"))
                   .Additional("www.example", A("192.0.2.81"))

@@ -11,12 +11,12 @@
 namespace plugin {
 namespace {
 
-using support::A;
-using support::kA;
-using support::kAaaa;
-using support::Opt;
-using support::Pointer;
-using support::U16;
+using test::A;
+using test::kA;
+using test::kAaaa;
+using test::Opt;
+using test::Pointer;
+using test::U16;
 
 }  // namespace
 
@@ -37,7 +37,7 @@ TEST_CASE("a query that finds the parser's table full is counted as such, cut or
 
 TEST_CASE("a query with more questions than are kept finds a full table like any other") {
   ParserBench bench("max_open_requests", "0");
-  support::Message query = Ask(1);
+  test::Message query = Ask(1);
   for (int i = 0; i < 64; ++i) query.Question("aa", kA);
   bench.Query(bench.NewFlow(), query.Wire());
   CHECK(bench.counts().table_full == 1);
@@ -48,7 +48,7 @@ TEST_CASE("queries that the parser passes over are ignored") {
   flow::Flow* flow = bench.NewFlow();
   for (unsigned opcode = 2; opcode <= 5; ++opcode) bench.Query(flow, Ask(opcode).Opcode(opcode).Wire());
   CHECK(bench.counts().query_ignored == 4);
-  bench.Query(flow, support::Query(7).Wire());
+  bench.Query(flow, test::Query(7).Wire());
   CHECK(bench.counts().query_ignored == 5);
   bench.Feed(flow, true, Ask(8).Wire(), kStart, 11);
   CHECK(bench.counts().query_ignored == 6);
@@ -157,7 +157,7 @@ TEST_CASE("any traffic gives each begun query exactly one exchange and each mess
       flow::Flow* flow = flows[random() % flows.size()];
       const bool query = random() % 2 == 0;
       const unsigned id = random() % 25;
-      support::Message message = query ? Ask(id, random() % 2 == 0 ? "aa" : "bb") : Reply(id, "aa");
+      test::Message message = query ? Ask(id, random() % 2 == 0 ? "aa" : "bb") : Reply(id, "aa");
       if (random() % 20 == 0) message.Opcode(random() % 8);
       if (random() % 20 == 0) message.Answer(Pointer(random() % 20), A("192.0.2.1"));
       const bool tcp = flow->descriptor.transport == kTransportTcp;

@@ -12,11 +12,11 @@
 namespace plugin {
 namespace {
 
-using support::A;
-using support::kA;
-using support::kAaaa;
-using support::kHttps;
-using support::Opt;
+using test::A;
+using test::kA;
+using test::kAaaa;
+using test::kHttps;
+using test::Opt;
 
 }  // namespace
 
@@ -92,7 +92,7 @@ TEST_CASE("the response code is extended by OPT while the record keeps the heade
   ParserBench bench;
   flow::Flow* flow = bench.NewFlow();
   bench.Query(flow, Ask(7).Wire());
-  bench.Response(flow, support::Response(7).Additional(Opt({.extended_rcode = 1})).Wire());  // BADVERS
+  bench.Response(flow, test::Response(7).Additional(Opt({.extended_rcode = 1})).Wire());  // BADVERS
   REQUIRE(bench.exchanges().size() == 1);
   CHECK(bench.exchanges()[0]->rcode == 16);
   CHECK(bench.exchanges()[0]->result_code == 0);
@@ -102,18 +102,18 @@ TEST_CASE("the response code is extended by OPT while the record keeps the heade
 TEST_CASE("the question of the response is compared with the query's") {
   ParserBench bench;
   flow::Flow* flow = bench.NewFlow();
-  const auto mismatch = [&](const support::Message& query, const support::Message& response) {
+  const auto mismatch = [&](const test::Message& query, const test::Message& response) {
     bench.Query(flow, query.Wire());
     bench.Response(flow, response.Wire());
     return bench.exchanges().back()->question_mismatch;
   };
   CHECK_FALSE(mismatch(Ask(1, "www.example"), Reply(1, "WWW.example")));
-  CHECK_FALSE(mismatch(Ask(2), support::Response(2)));
+  CHECK_FALSE(mismatch(Ask(2), test::Response(2)));
   CHECK(mismatch(Ask(3, "aa"), Reply(3, "bb")));
   CHECK(mismatch(Ask(4, "aa", kHttps), Reply(4, "aa", kHttps + 32)));
   CHECK(mismatch(Ask(5, "aa"), Reply(5, "aa").Question("aa", kAaaa)));
   CHECK_FALSE(mismatch(Ask(6, "aa").Question("bb.aa", kA),
-                       support::Response(6).Compressed().Question("aa", kA).Question("bb.aa", kA)));
+                       test::Response(6).Compressed().Question("aa", kA).Question("bb.aa", kA)));
   CHECK(bench.counts().question_mismatches == 3);
   CHECK(bench.counts().answered == 6);
 }
@@ -132,12 +132,12 @@ TEST_CASE("a question that the capture cut is no mismatch") {
 TEST_CASE("several questions are kept, and more than 64 are cut") {
   ParserBench bench;
   flow::Flow* flow = bench.NewFlow();
-  support::Message query = Ask(7, "aa").Question("bb", kAaaa);
+  test::Message query = Ask(7, "aa").Question("bb", kAaaa);
   bench.Query(flow, query.Wire());
-  bench.Response(flow, support::Response(7).Wire());
+  bench.Response(flow, test::Response(7).Wire());
   for (int i = 2; i < 65; ++i) query.Question("aa", kA);
   bench.Query(flow, query.Wire());
-  bench.Response(flow, support::Response(7).Wire());
+  bench.Response(flow, test::Response(7).Wire());
   REQUIRE(bench.exchanges().size() == 2);
   CHECK(bench.exchanges()[0].question == QuestionWire("aa", kA) + QuestionWire("bb", kAaaa));
   CHECK(bench.exchanges()[0]->question_count == 2);
@@ -166,9 +166,8 @@ TEST_CASE("mappings come with the time of the response, reverse ones without a q
   bench.Query(flow, Ask(7).Wire());
   bench.Response(flow, Reply(7).Answer("cc.bb", A("192.0.2.9")).Wire(), kStart + 42);
   const char* reverse = "9.2.0.192.in-addr.arpa";
-  bench.Query(flow, Ask(8, reverse, support::kPtr).Wire());
-  bench.Response(flow, Reply(8, reverse, support::kPtr).Answer(reverse, support::Ptr("host.bb")).Wire(),
-                 kStart + 43);
+  bench.Query(flow, Ask(8, reverse, test::kPtr).Wire());
+  bench.Response(flow, Reply(8, reverse, test::kPtr).Answer(reverse, test::Ptr("host.bb")).Wire(), kStart + 43);
   REQUIRE(bench.seen.mappings.size() == 2);
   const std::array<uint8_t, 4> address{192, 0, 2, 9};
   uint32_t ipv4 = 0;
@@ -196,7 +195,7 @@ TEST_CASE("a zero byte in a name does not end the answers' text") {
 TEST_CASE("signatures are known for queries that ask for them") {
   ParserBench bench("enable_dnssec", "true");
   flow::Flow* flow = bench.NewFlow();
-  const auto exchange = [&](const support::Message& query, const support::Message& response) {
+  const auto exchange = [&](const test::Message& query, const test::Message& response) {
     bench.Query(flow, query.Wire());
     bench.Response(flow, response.Wire());
     return bench.exchanges().back().exchange;
@@ -204,7 +203,7 @@ TEST_CASE("signatures are known for queries that ask for them") {
   const auto wants = Ask(7).Additional(Opt({.dnssec_ok = true}));
   CHECK(exchange(wants, Reply(7)).rrsigs_known);
   CHECK(exchange(wants, Reply(7)).rrsigs == 0);
-  CHECK(exchange(wants, Reply(7).Answer("aa.bb", support::Rrsig(kA, "bb"))).rrsigs == 1);
+  CHECK(exchange(wants, Reply(7).Answer("aa.bb", test::Rrsig(kA, "bb"))).rrsigs == 1);
   CHECK_FALSE(exchange(Ask(7), Reply(7)).rrsigs_known);
 }
 
@@ -223,7 +222,7 @@ TEST_CASE("a TCP message whose capture lacks exactly one byte keeps what was cap
   const std::string query = Ask(7, "aa").Question("bb", kA).TcpWire();
   bench.Feed(flow, true, query, kStart, query.size() - 1);  // the parser decodes one byte behind
   CHECK(bench.counts().begun == 1);
-  bench.Response(flow, support::Response(7).TcpWire());
+  bench.Response(flow, test::Response(7).TcpWire());
   REQUIRE(bench.exchanges().size() == 1);
   CHECK(bench.exchanges()[0].question == QuestionWire("aa", kA));
   CHECK(bench.exchanges()[0]->question_cut);

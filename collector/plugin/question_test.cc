@@ -11,21 +11,21 @@
 namespace plugin {
 namespace {
 
-using support::kA;
-using support::kAaaa;
-using support::kChaos;
-using support::kHttps;
-using support::Name;
-using support::Opt;
-using support::Pointer;
-using support::Query;
-using support::RawName;
-using support::Response;
-using support::U16;
-using support::U8;
+using test::kA;
+using test::kAaaa;
+using test::kChaos;
+using test::kHttps;
+using test::Name;
+using test::Opt;
+using test::Pointer;
+using test::Query;
+using test::RawName;
+using test::Response;
+using test::U16;
+using test::U8;
 
 // One question as it is kept.
-std::string Wire(const Name& name, uint16_t type, uint16_t klass = support::kIn) {
+std::string Wire(const Name& name, uint16_t type, uint16_t klass = test::kIn) {
   return name.Wire() + U16(type) + U16(klass);
 }
 
@@ -48,7 +48,7 @@ struct Reading {
   uint16_t rcode = 0;
 };
 
-bool Same(const support::Message& one, const support::Message& other) {
+bool Same(const test::Message& one, const test::Message& other) {
   const Reading first(one.Wire());
   const Reading second(other.Wire());
   return SameQuestions(first.questions, second.questions);
@@ -151,7 +151,7 @@ TEST_CASE("two pointers at each other come to an end") {
 
 TEST_CASE("sixteen pointers in a name are followed and the seventeenth is not") {
   for (const unsigned pointers : {16U, 17U}) {
-    support::Message message = Query(7).Question(Pointer(kHeaderSize + 6), kA);
+    test::Message message = Query(7).Question(Pointer(kHeaderSize + 6), kA);
     for (unsigned i = 1; i < pointers; ++i) message.Bytes(Pointer(message.Here() + 2).Wire());
     message.Bytes(Name("end").Wire());
     const Reading reading(message.Wire());
@@ -180,7 +180,7 @@ TEST_CASE("the questions before a broken one are kept") {
 }
 
 TEST_CASE("64 questions are kept, and what follows the rest is still found") {
-  support::Message message = Response(7);
+  test::Message message = Response(7);
   for (int i = 0; i < 64; ++i) message.Question("aa", kA);
   CHECK(Reading(message.Wire()).questions.complete);
   message.Question("aa", kA);
@@ -193,7 +193,7 @@ TEST_CASE("64 questions are kept, and what follows the rest is still found") {
 }
 
 TEST_CASE("a small message cannot unfold to more than 64 KiB") {
-  support::Message message = Query(7).Compressed().Question(LongName(200), kA);
+  test::Message message = Query(7).Compressed().Question(LongName(200), kA);
   for (int i = 0; i < 10; ++i) message.Question(LongName(200), kA);
   const Reading reading(message.Wire());
   CHECK(reading.questions.count == 5);
@@ -203,26 +203,26 @@ TEST_CASE("a small message cannot unfold to more than 64 KiB") {
 
 TEST_CASE("exactly 64 KiB of questions are kept") {
   const std::string name = LongName(63) + std::string(58, 'x');  // 4092 bytes on the wire
-  support::Message message = Query(7).Compressed();
+  test::Message message = Query(7).Compressed();
   for (int i = 0; i < 15; ++i) message.Question(name, kA);
-  const Reading fits(support::Message(message).Question(name, kA).Wire());
+  const Reading fits(test::Message(message).Question(name, kA).Wire());
   CHECK(fits.questions.bytes.size() == kMaxQuestionBytes);
   CHECK(fits.questions.complete);
-  const Reading too_long(support::Message(message).Question(name + "y", kA).Wire());
+  const Reading too_long(test::Message(message).Question(name + "y", kA).Wire());
   CHECK(too_long.questions.count == 15);
   CHECK_FALSE(too_long.questions.complete);
 }
 
 TEST_CASE("a broken question section is not followed by records, whatever the header looks like") {
   // Read as a record, this header is an OPT with 1 for its upper bits of the response code.
-  const Reading reading(support::Message(0, 0x2900).Question(RawName("\x80"), kA).AdditionalCount(1).Wire());
+  const Reading reading(test::Message(0, 0x2900).Question(RawName("\x80"), kA).AdditionalCount(1).Wire());
   CHECK(reading.questions.end == 0);
   CHECK(reading.rcode == 0);
 }
 
 TEST_CASE("every prefix of a section is read without a byte behind it, and only the whole is complete") {
   for (const bool compressed : {false, true}) {
-    support::Message message = compressed ? Query(7).Compressed() : Query(7);
+    test::Message message = compressed ? Query(7).Compressed() : Query(7);
     const std::string wire = message.Question("aa.bb", kA).Question("cc.aa.bb", kAaaa).Wire();
     for (size_t length = 0; length < wire.size(); ++length) {
       const Reading reading(wire.substr(0, length));
@@ -279,7 +279,7 @@ TEST_CASE("where a section is not complete, the questions that both have are com
 
 TEST_CASE("without OPT the response code is the header's") {
   CHECK(Reading(Response(7).Rcode(3).Question("aa", kA).Wire()).rcode == 3);
-  CHECK(Reading(Response(7).Rcode(15).Question("aa", kA).Additional("aa", support::A("192.0.2.1")).Wire()).rcode ==
+  CHECK(Reading(Response(7).Rcode(15).Question("aa", kA).Additional("aa", test::A("192.0.2.1")).Wire()).rcode ==
         15);
 }
 
@@ -295,24 +295,24 @@ TEST_CASE("OPT extends the response code by eight upper bits") {
 }
 
 TEST_CASE("OPT is found behind all other records") {
-  const support::Message message = Response(7)
-                                       .Compressed()
-                                       .Question("aa.bb", kA)
-                                       .Answer("aa.bb", support::Cname("cc.bb"))
-                                       .Answer("cc.bb", support::A("192.0.2.1"))
-                                       .Authority("bb", support::Ns("ns.bb"))
-                                       .Additional("ns.bb", support::A("192.0.2.2"))
-                                       .Additional(Opt({.extended_rcode = 1, .options = "123456"}));
+  const test::Message message = Response(7)
+                                    .Compressed()
+                                    .Question("aa.bb", kA)
+                                    .Answer("aa.bb", test::Cname("cc.bb"))
+                                    .Answer("cc.bb", test::A("192.0.2.1"))
+                                    .Authority("bb", test::Ns("ns.bb"))
+                                    .Additional("ns.bb", test::A("192.0.2.2"))
+                                    .Additional(Opt({.extended_rcode = 1, .options = "123456"}));
   CHECK(Reading(message.Wire()).rcode == 16);
-  support::Message more = message;
+  test::Message more = message;
   more.Additional(Opt({.extended_rcode = 2}));
   CHECK(Reading(more.Wire()).rcode == 16);
 }
 
 TEST_CASE("OPT counts in the additional section only") {
-  support::Record record = Opt({.extended_rcode = 1});
+  test::Record record = Opt({.extended_rcode = 1});
   CHECK(Reading(Response(7).Question("aa", kA).Answer(record).Wire()).rcode == 0);
-  CHECK(Reading(Response(7).Question("aa", kA).Authority(record).Additional("aa", support::A("192.0.2.1")).Wire())
+  CHECK(Reading(Response(7).Question("aa", kA).Authority(record).Additional("aa", test::A("192.0.2.1")).Wire())
             .rcode == 0);
 }
 
@@ -326,7 +326,7 @@ TEST_CASE("every prefix of a response has a response code, and OPT counts as soo
                                .Rcode(2)
                                .Compressed()
                                .Question("aa.bb", kA)
-                               .Answer("aa.bb", support::A("192.0.2.1"))
+                               .Answer("aa.bb", test::A("192.0.2.1"))
                                .Additional(Opt({.extended_rcode = 1, .options = options}))
                                .Wire();
   for (size_t length = kHeaderSize; length <= wire.size(); ++length) {
@@ -340,7 +340,7 @@ TEST_CASE("lies in counts and lengths end the search for OPT") {
       Reading(
           Response(7).Rcode(1).Question("aa", kA).AnswerCount(65535).Additional(Opt({.extended_rcode = 1})).Wire())
           .rcode == 1);
-  const auto long_data = support::A("192.0.2.1").RdLength(65535);
+  const auto long_data = test::A("192.0.2.1").RdLength(65535);
   CHECK(Reading(Response(7)
                     .Rcode(1)
                     .Question("aa", kA)

@@ -9,10 +9,10 @@
 namespace plugin {
 namespace {
 
-using support::A;
-using support::kA;
-using support::kAaaa;
-using support::kAxfr;
+using test::A;
+using test::kA;
+using test::kAaaa;
+using test::kAxfr;
 
 }  // namespace
 
@@ -114,8 +114,7 @@ TEST_CASE("of a zone transfer the first message answers and the others are unsol
   ParserBench bench("enable_axfr", "true");
   flow::Flow* flow = bench.NewFlow(kTransportTcp);
   bench.Query(flow, Ask(7, "bb", kAxfr).TcpWire());
-  const support::Message part =
-      Reply(7, "bb", kAxfr).Answer("aa.bb", A("192.0.2.1")).Answer("cc.bb", A("192.0.2.2"));
+  const test::Message part = Reply(7, "bb", kAxfr).Answer("aa.bb", A("192.0.2.1")).Answer("cc.bb", A("192.0.2.2"));
   for (int i = 0; i < 3; ++i) bench.Response(flow, part.TcpWire());
   REQUIRE(bench.exchanges().size() == 1);
   CHECK(bench.exchanges()[0].answers == "2 records");

@@ -13,14 +13,14 @@
 namespace plugin {
 namespace {
 
-using support::A;
-using support::kA;
+using test::A;
+using test::kA;
 
 using Lines = std::vector<std::string>;
 
-std::string Ask(unsigned id) { return support::Query(id).Question("aa.bb", kA).Wire(); }
+std::string Ask(unsigned id) { return test::Query(id).Question("aa.bb", kA).Wire(); }
 std::string Reply(unsigned id) {
-  return support::Response(id).Question("aa.bb", kA).Answer("aa.bb", A("192.0.2.1")).Wire();
+  return test::Response(id).Question("aa.bb", kA).Answer("aa.bb", A("192.0.2.1")).Wire();
 }
 
 struct DeafListener : ExchangeListener {
@@ -66,9 +66,7 @@ TEST_CASE("however many seconds are crossed at once, there is one heartbeat at t
 TEST_CASE("what waited in a stream is delivered before the heartbeat could expire its query") {
   SessionBench bench(DNS_PARSER);
   flow::Flow* flow = bench.NewFlow(kTransportTcp);
-  const auto framed = [](const std::string& wire) {
-    return support::U16(static_cast<unsigned>(wire.size())) + wire;
-  };
+  const auto framed = [](const std::string& wire) { return test::U16(static_cast<unsigned>(wire.size())) + wire; };
   bench.session.AdvanceTime(kStart);
   bench.Query(flow, framed(Ask(1)), kStart);
   OnGiveUpGaps() = [&](int64_t now_ns) {
@@ -158,7 +156,7 @@ TEST_CASE("once it is warm, a message costs the host no allocation, with a long 
   };
   const std::string name = std::string(63, 'x') + "." + std::string(63, 'y') + "." + std::string(63, 'z');
   const std::string short_query = Ask(1);
-  const std::string long_query = support::Query(2).Question(name, kA).Question("aa", kA).Wire();
+  const std::string long_query = test::Query(2).Question(name, kA).Question("aa", kA).Wire();
   const std::string response = Reply(1);
   size_t before = 0;
   for (int round = 0; round < 4000; ++round) {

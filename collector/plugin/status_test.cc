@@ -11,10 +11,10 @@
 namespace plugin {
 namespace {
 
-using support::A;
-using support::kA;
-using support::Opt;
-using support::Pointer;
+using test::A;
+using test::kA;
+using test::Opt;
+using test::Pointer;
 
 }  // namespace
 

@@ -32,14 +32,14 @@ inline const Endpoint kServer{"192.0.2.53", 53};
 inline const Endpoint kClient6{"2001:db8::1", 40000};
 inline const Endpoint kServer6{"2001:db8::53", 53};
 
-inline support::Packet WithIp(support::Packet below, const Endpoint& from, const Endpoint& to) {
+inline test::Packet WithIp(test::Packet below, const Endpoint& from, const Endpoint& to) {
   const bool is_ipv6 = from.address.find(':') != std::string::npos;
   return is_ipv6 ? below.Ipv6(from.address, to.address) : below.Ipv4(from.address, to.address);
 }
 
-inline support::Packet UdpPacket(const support::Packet& below, const Endpoint& from, const Endpoint& to,
-                                 const support::Message& message) {
-  return WithIp(below, from, to).Udp(from.port, to.port).Payload(support::ToBytes(message.Wire()));
+inline test::Packet UdpPacket(const test::Packet& below, const Endpoint& from, const Endpoint& to,
+                              const test::Message& message) {
+  return WithIp(below, from, to).Udp(from.port, to.port).Payload(test::ToBytes(message.Wire()));
 }
 
 struct TimedFrame {
@@ -51,20 +51,20 @@ struct TimedFrame {
 class Capture {
  public:
   // A frame of which only `most` bytes were captured.
-  Capture& Frame(int64_t at_ns, const support::Bytes& bytes, size_t most = SIZE_MAX) {
+  Capture& Frame(int64_t at_ns, const test::Bytes& bytes, size_t most = SIZE_MAX) {
     std::string text(bytes.begin(), bytes.end());
     const auto wire = static_cast<uint32_t>(text.size());
     frames.push_back({kStart + at_ns, text.substr(0, most), wire});
     return *this;
   }
-  Capture& Packet(int64_t at_ns, const support::Packet& packet) { return Frame(at_ns, packet.Frame()); }
+  Capture& Packet(int64_t at_ns, const test::Packet& packet) { return Frame(at_ns, packet.Frame()); }
 
-  Capture& Udp(int64_t at_ns, const Endpoint& from, const Endpoint& to, const support::Message& message) {
-    return Packet(at_ns, UdpPacket(support::Ethernet(), from, to, message));
+  Capture& Udp(int64_t at_ns, const Endpoint& from, const Endpoint& to, const test::Message& message) {
+    return Packet(at_ns, UdpPacket(test::Ethernet(), from, to, message));
   }
 
   // A frame without DNS in it, which moves the clock.
-  Capture& Nothing(int64_t at_ns) { return Packet(at_ns, support::Ethernet().Type(0x0806).Text("who has")); }
+  Capture& Nothing(int64_t at_ns) { return Packet(at_ns, test::Ethernet().Type(0x0806).Text("who has")); }
 
   std::string Pcap() const { return Pcap(0, frames.size()); }
 
@@ -92,42 +92,38 @@ class Connection {
  public:
   Connection(Endpoint one, Endpoint other) : client(std::move(one)), server(std::move(other)) {}
 
-  support::Packet ClientSyn() { return Segment(true, "", support::kSyn); }
-  support::Packet ServerSyn() { return Segment(false, "", support::kSyn | support::kAck); }
-  support::Packet Client(const std::string& bytes, uint8_t flags = support::kAck) {
-    return Segment(true, bytes, flags);
-  }
-  support::Packet Server(const std::string& bytes, uint8_t flags = support::kAck) {
-    return Segment(false, bytes, flags);
-  }
+  test::Packet ClientSyn() { return Segment(true, "", test::kSyn); }
+  test::Packet ServerSyn() { return Segment(false, "", test::kSyn | test::kAck); }
+  test::Packet Client(const std::string& bytes, uint8_t flags = test::kAck) { return Segment(true, bytes, flags); }
+  test::Packet Server(const std::string& bytes, uint8_t flags = test::kAck) { return Segment(false, bytes, flags); }
 
   // A segment that is as if it had been sent, but for the capture.
   void Lose(bool from_client, size_t bytes) { Next(from_client) += static_cast<uint32_t>(bytes); }
 
   // One byte that the other side has seen already, as a keep-alive probe sends (RFC 9293 3.8.4).
-  support::Packet KeepAlive(bool from_client) {
+  test::Packet KeepAlive(bool from_client) {
     const uint32_t next = Next(from_client);
-    support::Packet probe = Build(from_client, std::string(1, '\0'), support::kAck, next - 1);
+    test::Packet probe = Build(from_client, std::string(1, '\0'), test::kAck, next - 1);
     return probe;
   }
 
  private:
   uint32_t& Next(bool from_client) { return from_client ? client_next : server_next; }
 
-  support::Packet Segment(bool from_client, const std::string& bytes, int flags) {
+  test::Packet Segment(bool from_client, const std::string& bytes, int flags) {
     uint32_t& next = Next(from_client);
-    support::Packet packet = Build(from_client, bytes, static_cast<uint8_t>(flags), next);
-    const bool counts_one = (flags & (support::kSyn | support::kFin)) != 0;
+    test::Packet packet = Build(from_client, bytes, static_cast<uint8_t>(flags), next);
+    const bool counts_one = (flags & (test::kSyn | test::kFin)) != 0;
     next += static_cast<uint32_t>(bytes.size()) + (counts_one ? 1 : 0);
     return packet;
   }
 
-  support::Packet Build(bool from_client, const std::string& bytes, uint8_t flags, uint32_t sequence) const {
+  test::Packet Build(bool from_client, const std::string& bytes, uint8_t flags, uint32_t sequence) const {
     const Endpoint& from = from_client ? client : server;
     const Endpoint& to = from_client ? server : client;
-    return WithIp(support::Ethernet(), from, to)
+    return WithIp(test::Ethernet(), from, to)
         .Tcp(from.port, to.port, {.sequence = sequence, .flags = flags})
-        .Payload(support::ToBytes(bytes));
+        .Payload(test::ToBytes(bytes));
   }
 
   Endpoint client;

@@ -41,11 +41,11 @@ inline Result Read(const Capture& capture, std::vector<std::string> arguments = 
 }
 
 // A query and a response for an A record.
-inline support::Message Ask(unsigned id, const support::Name& name = "a.example", uint16_t type = support::kA) {
-  return support::Query(id).Question(name, type);
+inline test::Message Ask(unsigned id, const test::Name& name = "a.example", uint16_t type = test::kA) {
+  return test::Query(id).Question(name, type);
 }
-inline support::Message Say(unsigned id, const support::Name& name = "a.example", uint16_t type = support::kA) {
-  return support::Response(id).Question(name, type);
+inline test::Message Say(unsigned id, const test::Name& name = "a.example", uint16_t type = test::kA) {
+  return test::Response(id).Question(name, type);
 }
 
 }  // namespace test

@@ -9,8 +9,8 @@ namespace {
 
 const Endpoint kResolver{"192.0.2.10", 53};
 
-support::Packet InVlan(uint16_t vlan, const Endpoint& from, const Endpoint& to, const support::Message& message) {
-  return UdpPacket(support::Ethernet().Vlan(vlan), from, to, message);
+test::Packet InVlan(uint16_t vlan, const Endpoint& from, const Endpoint& to, const test::Message& message) {
+  return UdpPacket(test::Ethernet().Vlan(vlan), from, to, message);
 }
 
 }  // namespace

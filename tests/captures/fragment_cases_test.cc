@@ -9,20 +9,20 @@ using namespace test;
 
 namespace {
 
-support::Message LongAnswer(unsigned id) {
-  return Say(id).Answer("a.example", support::Txt(std::string(250, 'x'), std::string(250, 'y')));
+test::Message LongAnswer(unsigned id) {
+  return Say(id).Answer("a.example", test::Txt(std::string(250, 'x'), std::string(250, 'y')));
 }
 
 // A query, and its answer in fragments, in their own order.
 struct Fragmented {
   Fragmented(const Endpoint& from, const Endpoint& to) : client(from), server(to) {
     capture.Udp(0, client, server, Ask(7));
-    pieces = UdpPacket(support::Ethernet(), server, client, LongAnswer(7)).Fragments(200, 4711);
+    pieces = UdpPacket(test::Ethernet(), server, client, LongAnswer(7)).Fragments(200, 4711);
   }
 
   Endpoint client;
   Endpoint server;
-  std::vector<support::Bytes> pieces;
+  std::vector<test::Bytes> pieces;
   Capture capture;
 };
 
@@ -73,7 +73,7 @@ TEST_CASE("an answer that had to make room for other fragments is a cut answer")
   for (uint16_t id = 0; id < 4096; ++id) {
     made.capture.Frame(
         2 * kMs,
-        UdpPacket(support::Ethernet(), kServer, {"192.0.2.2", 4000}, LongAnswer(id)).Fragments(200, id).front());
+        UdpPacket(test::Ethernet(), kServer, {"192.0.2.2", 4000}, LongAnswer(id)).Fragments(200, id).front());
   }
   made.capture.Udp(3 * kMs, kClient, kServer, Ask(7));
   const Result result = Read(made.capture);
@@ -93,9 +93,9 @@ TEST_CASE("an answer without its first fragment cannot be told, and its query ti
 
 TEST_CASE("a query in fragments is a query") {
   Capture capture;
-  auto query = Ask(7).Additional(support::Opt({.options = std::string(300, '\0')}));
+  auto query = Ask(7).Additional(test::Opt({.options = std::string(300, '\0')}));
   int64_t now = 0;
-  for (const auto& piece : UdpPacket(support::Ethernet(), kClient, kServer, query).Fragments(104, 9)) {
+  for (const auto& piece : UdpPacket(test::Ethernet(), kClient, kServer, query).Fragments(104, 9)) {
     capture.Frame(now += kMs, piece);
   }
   capture.Udp(now + kMs, kServer, kClient, Say(7));
@@ -105,7 +105,7 @@ TEST_CASE("a query in fragments is a query") {
 TEST_CASE("an answer that the capture cut is answered, and said to be cut") {
   Capture capture;
   capture.Udp(0, kClient, kServer, Ask(7));
-  capture.Frame(kMs, UdpPacket(support::Ethernet(), kServer, kClient, LongAnswer(7)).Frame(), 96);
+  capture.Frame(kMs, UdpPacket(test::Ethernet(), kServer, kClient, LongAnswer(7)).Frame(), 96);
   const Result result = Read(capture);
   CHECK(result.Brief() == "7 answered 1000");
   CHECK(result.records.at(0)["cut"] == true);
@@ -114,7 +114,7 @@ TEST_CASE("an answer that the capture cut is answered, and said to be cut") {
 
 TEST_CASE("a query cut before the end of its question is counted as ignored") {
   Capture capture;
-  const support::Bytes query = UdpPacket(support::Ethernet(), kClient, kServer, Ask(7)).Frame();
+  const test::Bytes query = UdpPacket(test::Ethernet(), kClient, kServer, Ask(7)).Frame();
   capture.Frame(0, query, query.size() - 3).Udp(kMs, kServer, kClient, Say(7));
   const Result result = Read(capture);
   CHECK(result.records.empty());
@@ -124,8 +124,8 @@ TEST_CASE("a query cut before the end of its question is counted as ignored") {
 
 TEST_CASE("padding behind a datagram is no part of its message") {
   Capture capture;
-  capture.Packet(0, UdpPacket(support::Ethernet(), kClient, kServer, Ask(7)).Padding(20));
-  capture.Packet(kMs, UdpPacket(support::Ethernet(), kServer, kClient, Say(7)).Padding(6));
+  capture.Packet(0, UdpPacket(test::Ethernet(), kClient, kServer, Ask(7)).Padding(20));
+  capture.Packet(kMs, UdpPacket(test::Ethernet(), kServer, kClient, Say(7)).Padding(6));
   const Result result = Read(capture);
   CHECK(result.Brief() == "7 answered 1000");
   CHECK(result.records.at(0)["bytes_query"] == Ask(7).Wire().size());

@@ -5,13 +5,13 @@
 #include "tests/captures/cases.h"
 
 using namespace test;
-using support::kA;
-using support::kAaaa;
+using test::kA;
+using test::kAaaa;
 
 TEST_CASE("a query and its response are one record, with the times of the capture") {
   Capture capture;
   capture.Udp(5, kClient, kServer, Ask(7));
-  capture.Udp(20 * kMs + 1004, kServer, kClient, Say(7).Answer("a.example", support::A("192.0.2.80")).Rcode(0));
+  capture.Udp(20 * kMs + 1004, kServer, kClient, Say(7).Answer("a.example", test::A("192.0.2.80")).Rcode(0));
   const Result result = Read(capture);
   CHECK(result.Brief() == "7 answered 20001");
   CHECK(result.records.at(0)["query_ns"] == kStart + 5);
@@ -166,8 +166,7 @@ TEST_CASE("a question in other letters is the same question") {
 TEST_CASE("an answer without a question takes the query's, and is no mismatch") {
   Capture capture;
   capture.Udp(0, kClient, kServer, Ask(7));
-  capture.Udp(kMs, kServer, kClient,
-              support::Response(7).Additional(support::Opt({.extended_rcode = 1})).Flags(0x8000));
+  capture.Udp(kMs, kServer, kClient, test::Response(7).Additional(test::Opt({.extended_rcode = 1})).Flags(0x8000));
   const Result result = Read(capture);
   CHECK(result.Brief() == "7 answered 1000");
   CHECK(result.records.at(0)["qname"] == "a.example");
@@ -180,7 +179,7 @@ TEST_CASE("notify and update messages and queries without a question open nothin
   Capture capture;
   capture.Udp(0, kClient, kServer, Ask(1).Opcode(4)).Udp(kMs, kServer, kClient, Say(1).Opcode(4));
   capture.Udp(0, kClient, kServer, Ask(2).Opcode(5)).Udp(kMs, kServer, kClient, Say(2).Opcode(5));
-  capture.Udp(0, kClient, kServer, support::Query(3)).Udp(kMs, kServer, kClient, support::Response(3));
+  capture.Udp(0, kClient, kServer, test::Query(3)).Udp(kMs, kServer, kClient, test::Response(3));
   const Result result = Read(capture);
   CHECK(result.records.empty());
   CHECK(result.account["queries"]["ignored"] == 3);
@@ -191,8 +190,8 @@ TEST_CASE("notify and update messages and queries without a question open nothin
 TEST_CASE("bytes that are no DNS are refused and harm nothing") {
   Capture capture;
   capture.Udp(0, kClient, kServer, Ask(7));
-  capture.Packet(kMs, WithIp(support::Ethernet(), kClient, kServer).Udp(40000, 53).Text("hello"));
-  capture.Packet(kMs, WithIp(support::Ethernet(), kServer, kClient).Udp(53, 40000).Text("hello, this is no DNS"));
+  capture.Packet(kMs, WithIp(test::Ethernet(), kClient, kServer).Udp(40000, 53).Text("hello"));
+  capture.Packet(kMs, WithIp(test::Ethernet(), kServer, kClient).Udp(53, 40000).Text("hello, this is no DNS"));
   capture.Udp(2 * kMs, kServer, kClient, Say(7));
   const Result result = Read(capture);
   CHECK(result.Brief() == "7 answered 2000");

@@ -28,8 +28,8 @@ Capture Mixed() {
     if (id % 5 == 0) capture.Udp(now + kMs, client, server, Ask(id, name));
     if (id % 11 == 0) capture.Packet(now + 2 * kMs, connection.Client(Ask(id, name).TcpWire()));
     if (id % 11 == 0) capture.Packet(now + 3 * kMs, connection.Server(Say(id, name).TcpWire()));
-    const auto answer = Say(id, name).Answer(name, support::Txt(std::string(id % 200, 'x')));
-    for (const auto& piece : UdpPacket(support::Ethernet().Vlan(5), server, client, answer).Fragments(80, id)) {
+    const auto answer = Say(id, name).Answer(name, test::Txt(std::string(id % 200, 'x')));
+    for (const auto& piece : UdpPacket(test::Ethernet().Vlan(5), server, client, answer).Fragments(80, id)) {
       capture.Frame(now + 5 * kMs, piece);
     }
     capture.Nothing(now + 6 * kMs);

@@ -4,9 +4,9 @@
 #include "tests/captures/cases.h"
 
 using namespace test;
-using support::kAck;
-using support::kFin;
-using support::kRst;
+using test::kAck;
+using test::kFin;
+using test::kRst;
 
 namespace {
 
@@ -48,8 +48,8 @@ TEST_CASE("segments out of order, repeated and overlapping change no message") {
   Capture capture;
   Connection connection = Opened(&capture);
   const std::string queries = Ask(1).TcpWire() + Ask(2).TcpWire();
-  const support::Packet head = connection.Client(queries.substr(0, 20));
-  const support::Packet tail = connection.Client(queries.substr(20));
+  const test::Packet head = connection.Client(queries.substr(0, 20));
+  const test::Packet tail = connection.Client(queries.substr(20));
   capture.Packet(kMs, tail).Packet(2 * kMs, head).Packet(3 * kMs, head).Packet(4 * kMs, tail);
   capture.Packet(5 * kMs, connection.Server(Say(2).TcpWire() + Say(1).TcpWire()));
   const Result result = Read(capture);
@@ -61,7 +61,7 @@ TEST_CASE("an answer that waits for a lost one before it has the time of its own
   Capture capture;
   Connection connection = Opened(&capture);
   capture.Packet(kMs, connection.Client(Ask(1).TcpWire() + Ask(2).TcpWire()));
-  const support::Packet lost = connection.Server(Say(1).TcpWire());
+  const test::Packet lost = connection.Server(Say(1).TcpWire());
   capture.Packet(10 * kMs, connection.Server(Say(2).TcpWire())).Packet(90 * kMs, lost);
   CHECK(Read(capture).Brief() == "1 answered 89000, 2 answered 9000");
 }
@@ -82,7 +82,7 @@ TEST_CASE("empty messages and keep-alive probes cost no other message") {
 TEST_CASE("a refused message costs no other message of its segment") {
   Capture capture;
   Connection connection = Opened(&capture);
-  const std::string rubbish = support::U16(5) + "hello";
+  const std::string rubbish = test::U16(5) + "hello";
   capture.Packet(kMs, connection.Client(Ask(1).TcpWire() + rubbish + Ask(2).TcpWire()));
   capture.Packet(2 * kMs, connection.Server(Say(1).TcpWire() + Say(2).TcpWire()));
   const Result result = Read(capture);
@@ -128,7 +128,7 @@ TEST_CASE("on port 53 at both ends the handshake tells who asks, whatever is sai
 TEST_CASE("bytes lost inside an answer cut it, and the next answer is found") {
   Capture capture;
   Connection connection = Opened(&capture);
-  const std::string answer = Say(1).Answer("a.example", support::Txt(std::string(200, 'x'))).TcpWire();
+  const std::string answer = Say(1).Answer("a.example", test::Txt(std::string(200, 'x'))).TcpWire();
   capture.Packet(kMs, connection.Client(Ask(1).TcpWire() + Ask(2).TcpWire()));
   capture.Packet(2 * kMs, connection.Server(answer.substr(0, 100)));
   connection.Lose(false, 60);
@@ -159,7 +159,7 @@ TEST_CASE("a lost length prefix costs the messages up to the next segment that b
 TEST_CASE("segments that the capture cut cut their message alone") {
   Capture capture;
   Connection connection = Opened(&capture);
-  const std::string answer = Say(1).Answer("a.example", support::Txt(std::string(200, 'x'))).TcpWire();
+  const std::string answer = Say(1).Answer("a.example", test::Txt(std::string(200, 'x'))).TcpWire();
   capture.Packet(kMs, connection.Client(Ask(1).TcpWire() + Ask(2).TcpWire()));
   capture.Frame(2 * kMs, connection.Server(answer).Frame(), 120);
   capture.Packet(3 * kMs, connection.Server(Say(2).TcpWire()));
@@ -205,8 +205,8 @@ TEST_CASE("ports used again at once by a new connection are followed anew") {
 TEST_CASE("the first message of a zone transfer ends its query, the others are unsolicited") {
   Capture capture;
   Connection connection = Opened(&capture);
-  const auto part = Say(7, "a.example", support::kAxfr).Answer("a.example", support::Ns("ns.a.example"));
-  capture.Packet(kMs, connection.Client(Ask(7, "a.example", support::kAxfr).TcpWire()));
+  const auto part = Say(7, "a.example", test::kAxfr).Answer("a.example", test::Ns("ns.a.example"));
+  capture.Packet(kMs, connection.Client(Ask(7, "a.example", test::kAxfr).TcpWire()));
   for (int i = 2; i <= 5; ++i) capture.Packet(i * kMs, connection.Server(part.TcpWire()));
   const Result result = Read(capture);
   CHECK(result.Brief() == "7 answered 1000");

@@ -107,7 +107,7 @@ TEST_CASE("a parser that memory does not suffice for is not made, and leaves not
 TEST_CASE("destruction and the health line need no memory") {
   PlainHost host;
   host.Create(kConfig);
-  for (unsigned id = 0; id < 100; ++id) host.Make(faults::UdpQuery(support::RichQuery(id)));
+  for (unsigned id = 0; id < 100; ++id) host.Make(faults::UdpQuery(test::RichQuery(id)));
   faults::FailAllocation(1);
   host.Health();
   host.Destroy();

@@ -5,6 +5,9 @@
 
 #include "collector/cli/program_for_tests.h"
 
+using test::ChildResult;
+using test::RunInChild;
+
 // The whole program, with one allocation that fails, here and there from its start to its end.
 
 namespace {

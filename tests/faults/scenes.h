@@ -18,26 +18,26 @@ struct Scene {
 
 inline const Config kConfig = {{"enable_dnssec", "1"}, {"a key that is longer than short strings", "1"}};
 
-inline Call UdpQuery(const support::Message& message, int64_t time = 1000) {
+inline Call UdpQuery(const test::Message& message, int64_t time = 1000) {
   return {Call::kQuery, message.Wire(), time};
 }
-inline Call UdpResponse(const support::Message& message, int64_t time = 2000) {
+inline Call UdpResponse(const test::Message& message, int64_t time = 2000) {
   return {Call::kResponse, message.Wire(), time};
 }
-inline Call OverTcp(Call::What what, const support::Message& message) {
+inline Call OverTcp(Call::What what, const test::Message& message) {
   return {what, message.TcpWire(), 3000, kTransportTcp};
 }
 
 // What shows that a parser works.
 inline Calls AnotherExchange() {
-  return {UdpQuery(support::RichQuery(99), 20000000), UdpResponse(support::RichResponse(99), 20000500)};
+  return {UdpQuery(test::RichQuery(99), 20000000), UdpResponse(test::RichResponse(99), 20000500)};
 }
 
 inline std::vector<Scene> Scenes() {
-  using support::RichQuery;
-  using support::RichResponse;
+  using test::RichQuery;
+  using test::RichResponse;
   const Call query = UdpQuery(RichQuery(7));
-  const support::Message malformed = RichResponse(7).Answer(support::RawName("\x80"), support::A("192.0.2.1"));
+  const test::Message malformed = RichResponse(7).Answer(test::RawName("\x80"), test::A("192.0.2.1"));
   const Calls three = {query, UdpQuery(RichQuery(8)), UdpQuery(RichQuery(9))};
   Calls warm = AnotherExchange();
   warm.push_back(query);

@@ -7,7 +7,7 @@
 #include "tests/support/guarded_bytes.h"
 #include "tests/support/rich_messages.h"
 
-using namespace support;
+using namespace test;
 using faults::Call;
 using faults::PlainHost;
 

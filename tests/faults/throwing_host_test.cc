@@ -7,7 +7,7 @@
 #include "tests/faults/plain_host.h"
 #include "tests/faults/scenes.h"
 
-using namespace support;
+using namespace test;
 using faults::AnotherExchange;
 using faults::Call;
 using faults::Callback;

@@ -13,14 +13,13 @@ constexpr int64_t kClosest = 40000;                           // exchanges to ea
 constexpr uint64_t kResponseLater = 50;                       // exchanges between a query and its response
 constexpr uint64_t kBatch = 128;                              // exchanges
 
-std::string ToText(const support::Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
+std::string ToText(const test::Bytes& bytes) { return {bytes.begin(), bytes.end()}; }
 
-std::string Bytes(const support::Packet& packet) { return ToText(packet.Frame()); }
+std::string Bytes(const test::Packet& packet) { return ToText(packet.Frame()); }
 
 std::string Udp(const char* from, uint16_t from_port, const char* to, uint16_t to_port,
                 const std::string& payload) {
-  return Bytes(
-      support::Packet().Ethernet().Ipv4(from, to).Udp(from_port, to_port).Payload(support::ToBytes(payload)));
+  return Bytes(test::Packet().Ethernet().Ipv4(from, to).Udp(from_port, to_port).Payload(test::ToBytes(payload)));
 }
 
 // A frame that is made once. What differs is written over it: behind Ethernet, IPv4 and UDP without options.
@@ -67,7 +66,7 @@ capture::ReadState Traffic::Read(std::span<const capture::Frame>* batch) {
 
 void Traffic::Exchange() {
   static std::string query =
-      Udp("10.0.0.1", 1, "192.0.2.53", 53, support::Query(1).Question("n00000000.example", support::kA).Wire());
+      Udp("10.0.0.1", 1, "192.0.2.53", 53, test::Query(1).Question("n00000000.example", test::kA).Wire());
   const uint64_t number = sent.exchanges++;
   now_ns += between_ns;
   Set(&query, kSourceAddress, ClientOf(number), 4);
@@ -81,10 +80,10 @@ void Traffic::Exchange() {
 
 void Traffic::Respond(uint64_t number) {
   static std::string response = Udp("192.0.2.53", 53, "10.0.0.1", 1,
-                                    support::Response(1)
+                                    test::Response(1)
                                         .Compressed()
-                                        .Question("n00000000.example", support::kA)
-                                        .Answer("n00000000.example", support::A("198.51.100.7"))
+                                        .Question("n00000000.example", test::kA)
+                                        .Answer("n00000000.example", test::A("198.51.100.7"))
                                         .Wire());
   ++sent.responses;
   Set(&response, kDestinationAddress, ClientOf(number), 4);
@@ -96,12 +95,12 @@ void Traffic::Respond(uint64_t number) {
 
 void Traffic::Hostile() {
   static std::string flood =
-      Udp("203.0.113.1", 4000, "192.0.2.53", 53, support::Query(1).Question("n00000000.flood", support::kA).Wire());
-  static std::string fragment = ToText(support::Packet()
+      Udp("203.0.113.1", 4000, "192.0.2.53", 53, test::Query(1).Question("n00000000.flood", test::kA).Wire());
+  static std::string fragment = ToText(test::Packet()
                                            .Ethernet()
                                            .Ipv4("203.0.113.2", "192.0.2.53")
                                            .Udp(4000, 53)
-                                           .Payload(support::Bytes(3000))
+                                           .Payload(test::Bytes(3000))
                                            .Fragments(1400, 1)
                                            .front());
   static const std::string rubbish = Udp("203.0.113.3", 4000, "192.0.2.53", 53, std::string(40, '\xa5'));
@@ -127,12 +126,12 @@ void Traffic::Hostile() {
 // A connection that promises a message and sends its beginning.
 void Traffic::OpenStream() {
   static std::string syn =
-      Bytes(support::Packet().Ethernet().Ipv4("203.0.113.4", "192.0.2.53").Tcp(1, 53, {.sequence = 0, .flags = 2}));
-  static std::string data = Bytes(support::Packet()
+      Bytes(test::Packet().Ethernet().Ipv4("203.0.113.4", "192.0.2.53").Tcp(1, 53, {.sequence = 0, .flags = 2}));
+  static std::string data = Bytes(test::Packet()
                                       .Ethernet()
                                       .Ipv4("203.0.113.4", "192.0.2.53")
                                       .Tcp(1, 53, {.sequence = 1, .flags = 0x18})
-                                      .Payload(support::ToBytes(support::U16(500) + std::string(100, '\1'))));
+                                      .Payload(test::ToBytes(test::U16(500) + std::string(100, '\1'))));
   ++sent.streams;
   for (std::string* frame : {&syn, &data}) {
     Set(frame, kSourceAddress, 0xcb007200U + sent.streams / 60000 % 256, 4);

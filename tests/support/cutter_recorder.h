@@ -6,7 +6,7 @@
 
 #include "collector/flow/message_cutter.h"
 
-namespace support {
+namespace test {
 
 struct Cut {
   std::string bytes;
@@ -42,4 +42,4 @@ class CutterRecorder : public flow::CutterOutput {
   std::vector<Cut> cuts;
 };
 
-}  // namespace support
+}  // namespace test

@@ -16,7 +16,7 @@
 //
 //   UdpDatagram("192.0.2.1", 4000, "192.0.2.53", 53).Payload(Query(7).Question("aa.bb", kA).Wire()).At(kSecond)
 //   TcpSegment("2001:db8::1", 4000, "2001:db8::53", 53).Flags(packet::kTcpSyn).Sequence(99)
-namespace support {
+namespace test {
 
 inline constexpr int64_t kMillisecond = 1'000'000;
 inline constexpr int64_t kSecond = 1'000'000'000;
@@ -101,4 +101,4 @@ inline DatagramBuilder TcpSegment(const std::string& source, uint16_t source_por
   return {6, source, source_port, destination, destination_port};
 }
 
-}  // namespace support
+}  // namespace test

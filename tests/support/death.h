@@ -19,6 +19,8 @@ extern "C" void __gcov_dump(void);
 
 // Runs code that ends the process, or prints, in a child process, and hands back what it wrote and how it ended.
 
+namespace test {
+
 // What became of a child.
 struct ChildResult {
   std::string out;  // everything it wrote to standard output
@@ -136,3 +138,5 @@ inline std::string FatalLine(const std::function<void()>& body) {
   if (!StartsWithTimestamp(child.err)) return "(no time stamp) " + child.err;
   return child.err.substr(kTimestampLength);
 }
+
+}  // namespace test

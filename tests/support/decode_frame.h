@@ -10,7 +10,7 @@
 #include "collector/packet/decoder.h"
 #include "tests/support/packet_builder.h"
 
-namespace support {
+namespace test {
 
 // Lists to loop over.
 using Numbers = std::initializer_list<uint16_t>;
@@ -81,4 +81,4 @@ inline bool IsQuery(const Decoded& decoded, const char* client, const char* serv
 inline bool IsQuery4(const Decoded& decoded) { return IsQuery(decoded, kClient4, kServer4); }
 inline bool IsQuery6(const Decoded& decoded) { return IsQuery(decoded, kClient6, kServer6); }
 
-}  // namespace support
+}  // namespace test

@@ -8,7 +8,7 @@
 #include "tests/support/recording_host.h"
 
 // What the tests of the decoders share: single decoders run on bytes, and the log as text that can be compared.
-namespace support {
+namespace test {
 
 // A parser on a recording host that has forgotten the line the parser starts with.
 struct QuietBench : Bench {
@@ -121,4 +121,4 @@ inline std::string Shown(const RecordingHost& host) {
   return shown;
 }
 
-}  // namespace support
+}  // namespace test

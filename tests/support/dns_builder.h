@@ -19,7 +19,7 @@
 //
 // The parts stand in the message in the order of the calls, and each call counts itself in the header, whatever the
 // order. Counts(), Count...(), RdLength(), Bytes() and Pointer() make messages that lie.
-namespace support {
+namespace test {
 
 // Record types and classes, by their IANA numbers.
 inline constexpr uint16_t kA = 1;
@@ -324,4 +324,4 @@ class Message {
 inline Message Query(unsigned id) { return Message(id, 0x0100); }
 inline Message Response(unsigned id) { return Message(id, 0x8180); }
 
-}  // namespace support
+}  // namespace test

@@ -7,7 +7,7 @@
 
 // Frames with IP fragments of one answer, for the tests of what becomes of them.
 
-namespace support {
+namespace test {
 
 inline constexpr int64_t kSecond = 1'000'000'000;
 
@@ -56,4 +56,4 @@ inline bool AddsUp(const packet::Decoder& decoder) {
   return c.fragments == c.joined + c.repeated + c.inconsistent + c.expired + c.dropped + decoder.FragmentsHeld();
 }
 
-}  // namespace support
+}  // namespace test

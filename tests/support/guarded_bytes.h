@@ -8,7 +8,7 @@
 #include <stdexcept>
 #include <string>
 
-namespace support {
+namespace test {
 
 // Bytes that end where readable memory ends: whoever reads one more dies on the spot, in any build.
 class GuardedBytes {
@@ -37,4 +37,4 @@ class GuardedBytes {
   char* first = nullptr;
 };
 
-}  // namespace support
+}  // namespace test

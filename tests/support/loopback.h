@@ -60,7 +60,7 @@ class Endpoint {
   Endpoint(const Endpoint&) = delete;
   Endpoint& operator=(const Endpoint&) = delete;
 
-  void Send(const Endpoint& to, const support::Message& message) const {
+  void Send(const Endpoint& to, const test::Message& message) const {
     const std::string bytes = message.Wire();
     const sockaddr_in address = At(to.port);
     sendto(fd, bytes.data(), bytes.size(), 0, reinterpret_cast<const sockaddr*>(&address), sizeof address);

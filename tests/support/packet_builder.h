@@ -22,7 +22,7 @@
 // follows. Set8, Set16 and Set32 then change bytes of the layer named last, lengths included, so that a broken
 // frame is a good one with one named lie. IPv4 headers carry their checksum; UDP and TCP ones are zero.
 
-namespace support {
+namespace test {
 
 using Bytes = std::vector<uint8_t>;
 
@@ -471,4 +471,4 @@ inline Packet Nflog(uint8_t family) { return Packet().Nflog(family); }
 inline Packet Wifi(const WifiFields& fields = {}) { return Packet().Wifi(fields); }
 inline Packet Radiotap(uint8_t flags = 0, int more = 0) { return Packet().Radiotap(flags, more); }
 
-}  // namespace support
+}  // namespace test

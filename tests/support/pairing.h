@@ -19,7 +19,7 @@
 
 // What the tests of pairing share: a configured parser, its counters and its host's calls as text that can be
 // compared, and exchanges that need no explanation.
-namespace support {
+namespace test {
 
 using Config = std::map<std::string, std::string>;
 inline Config With(const std::string& key, const std::string& value) { return {{key, value}}; }
@@ -200,4 +200,4 @@ class WatchingSink : public IRequestSink {
   std::function<void()> word;
 };
 
-}  // namespace support
+}  // namespace test

@@ -19,7 +19,7 @@
 #include "host/request_visitor.h"
 #include "host/requests.h"
 
-namespace support {
+namespace test {
 
 // A host for tests: a table of callbacks that writes everything down, and a sink that copies every record. The
 // callbacks carry no context, so one RecordingHost lives at a time.
@@ -218,4 +218,4 @@ inline IOVec View(const std::string& bytes) {
   return view;
 }
 
-}  // namespace support
+}  // namespace test

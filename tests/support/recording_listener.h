@@ -11,7 +11,7 @@
 #include "collector/flow/flow.h"
 #include "collector/flow/flow_table.h"
 
-namespace support {
+namespace test {
 
 struct Delivered {
   flow::Flow* flow;  // may be gone
@@ -96,4 +96,4 @@ class RecordingListener : public flow::Listener {
   flow::FlowTable* table = nullptr;
 };
 
-}  // namespace support
+}  // namespace test

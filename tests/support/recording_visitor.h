@@ -6,7 +6,7 @@
 
 #include "host/request_visitor.h"
 
-namespace support {
+namespace test {
 
 // Writes down each operation that a record calls, in order, as "UInt16 Join.ClientPort=53". Lists stand in
 // brackets.
@@ -39,4 +39,4 @@ class RecordingVisitor : public RequestVisitor {
   }
 };
 
-}  // namespace support
+}  // namespace test

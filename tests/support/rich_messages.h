@@ -7,7 +7,7 @@
 
 // Messages that visit as much of the parser as one message can: every record that a decoder looks into,
 // compression, several classes, EDNS, and texts too long for a std::string to hold without memory of its own.
-namespace support {
+namespace test {
 
 inline const std::string kLongLabel = "a-label-that-is-longer-than-short-strings";
 inline const std::string kRichName = kLongLabel + ".example";
@@ -76,4 +76,4 @@ inline std::vector<std::string> SmallResponses() {
   };
 }
 
-}  // namespace support
+}  // namespace test

@@ -48,11 +48,11 @@ struct Chatter {
   Endpoint client{40000};
   Endpoint server{53};
 
-  void Exchange(const support::Name& name) const {
-    client.Send(server, support::Query(1).Question(name, support::kA));
-    server.Send(client, support::Response(1).Question(name, support::kA));
+  void Exchange(const test::Name& name) const {
+    client.Send(server, test::Query(1).Question(name, test::kA));
+    server.Send(client, test::Response(1).Question(name, test::kA));
   }
-  bool UntilShown(const Tmux& terminal, const support::Name& name, const std::string& text) const {
+  bool UntilShown(const Tmux& terminal, const test::Name& name, const std::string& text) const {
     return WaitFor([&] {
       Exchange(name);
       return terminal.Shows(text);

@@ -16,17 +16,17 @@ class ParserBench : public SessionBench {
   ParserBench(const std::string& key, const std::string& value) : SessionBench(DNS_PARSER, {{key, value}}) {}
 };
 
-inline support::Message Ask(unsigned id, const support::Name& name = "aa.bb", uint16_t type = support::kA) {
-  return support::Query(id).Question(name, type);
+inline test::Message Ask(unsigned id, const test::Name& name = "aa.bb", uint16_t type = test::kA) {
+  return test::Query(id).Question(name, type);
 }
 
-inline support::Message Reply(unsigned id, const support::Name& name = "aa.bb", uint16_t type = support::kA) {
-  return support::Response(id).Question(name, type);
+inline test::Message Reply(unsigned id, const test::Name& name = "aa.bb", uint16_t type = test::kA) {
+  return test::Response(id).Question(name, type);
 }
 
 // A question of class IN as exchanges show it.
-inline std::string QuestionWire(const support::Name& name, uint16_t type) {
-  return name.Wire() + support::U16(type) + support::U16(support::kIn);
+inline std::string QuestionWire(const test::Name& name, uint16_t type) {
+  return name.Wire() + test::U16(type) + test::U16(test::kIn);
 }
 
 // Holds at any time.
