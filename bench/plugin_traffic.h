@@ -45,7 +45,7 @@ inline std::vector<Traffic> MakeTraffic(size_t count) {
   for (size_t i = 0; i < count; ++i) {
     Traffic& one = traffic[i];
     one.flow.local_ipv4 = 10u | static_cast<uint32_t>(random()) << 8;
-    one.flow.remote_ipv4 = 0x35020201u + (random() % 8 << 24);
+    one.flow.remote_ipv4 = 0x35020201u + (static_cast<uint32_t>(random() % 8) << 24);
     one.flow.local_port = static_cast<uint16_t>(1024 + random() % 64000);
     one.flow.remote_port = 53;
     one.flow.client_side = kClientIsLocal;
