@@ -15,7 +15,7 @@
 #include "dns-parser/dns_parser.h"
 #include "tests/support/packet_builder.h"
 
-using namespace support;
+using namespace test;
 
 namespace {
 
