@@ -3,6 +3,17 @@
 #include "collector/output/iana.h"
 
 namespace output {
+namespace {
+
+// Writes a character behind each label but the last, where the lengths of the next ones stand in the section.
+void Separate(char* text, std::string_view labels, char separator) {
+  for (size_t at = 1U + static_cast<uint8_t>(labels[0]); at < labels.size();
+       at += 1U + static_cast<uint8_t>(labels[at])) {
+    text[at - 1] = separator;
+  }
+}
+
+}  // namespace
 
 bool QuestionReader::Next() {
   size_t at = 0;
@@ -16,6 +27,14 @@ bool QuestionReader::Next() {
 
 char* PutName(char* out, std::string_view labels, Style style) {
   if (labels.empty()) return PutText(out, ".");
+  // A name looks in the section as it will in the text, with lengths where the dots go: one copy, unless a label
+  // needs escapes.
+  char* const end = PutText(out, labels.substr(1));
+  Separate(out, labels, '-');
+  if (IsPlainLabel({out, end})) {
+    Separate(out, labels, '.');
+    return end;
+  }
   for (size_t at = 0; at < labels.size();) {
     const auto length = static_cast<size_t>(static_cast<uint8_t>(labels[at]));
     if (at > 0) *out++ = '.';

@@ -42,6 +42,15 @@ TEST_CASE("a dot inside a label is told from the dot between labels") {
   CHECK(Names(exchange, Style::kJson) == "a\\\\.b.c");
 }
 
+TEST_CASE("labels of any length are joined by dots") {
+  for (size_t length = 1; length <= 63; ++length) {
+    const std::string label(length, 'a');
+    ExchangeForTests exchange;
+    exchange.Ask(Question("x." + label + "." + label + ".y", 1));
+    CHECK(Names(exchange) == "x." + label + "." + label + ".y");
+  }
+}
+
 TEST_CASE("the letter case of a name stays") {
   ExchangeForTests exchange;
   exchange.Ask(Question("wWw.ExAmPlE", 1));

@@ -48,52 +48,49 @@ char* PutBackslash(char* out, Style style) {
   }
 }
 
-// Eight bytes at a time (Mycroft's trick): a word of ones where a byte is zero, possibly above it as well.
-constexpr uint64_t kOnes = 0x0101010101010101;
-constexpr uint64_t kHighBits = 0x8080808080808080;
-constexpr uint64_t ZeroBytes(uint64_t word) { return (word - kOnes) & ~word & kHighBits; }
-constexpr uint64_t BytesEqual(uint64_t word, uint8_t byte) { return ZeroBytes(word ^ (kOnes * byte)); }
+// Sixteen bytes, compared at once.
+using Chunk = uint8_t __attribute__((vector_size(16)));
 
-// False when all eight bytes may stay as they are.
+// False when all of them may stay as they are.
 template <uint8_t plain>
-bool MayNeedEscapes(uint64_t word) {
-  const uint64_t below_space = (word - kOnes * 0x20) & ~word & kHighBits;
-  uint64_t found =
-      (word & kHighBits) | below_space | BytesEqual(word, 0x7f) | BytesEqual(word, '"') | BytesEqual(word, '\\');
-  if (plain == kAsIs) found |= BytesEqual(word, '.');
-  return found != 0;
+bool NeedEscapes(const char* bytes) {
+  Chunk chunk;
+  std::memcpy(&chunk, bytes, sizeof chunk);
+  auto found = (chunk < 0x20) | (chunk > 0x7e) | (chunk == '"') | (chunk == '\\');
+  if (plain == kAsIs) found |= chunk == '.';
+  std::array<uint64_t, 2> halves;
+  std::memcpy(&halves, &found, sizeof halves);
+  return (halves[0] | halves[1]) != 0;
+}
+
+// Whether nothing needs an escape. The last chunk overlaps the one before.
+template <uint8_t plain>
+bool IsPlain(std::string_view bytes) {
+  if (bytes.size() < sizeof(Chunk)) {
+    return std::all_of(bytes.begin(), bytes.end(),
+                       [](char byte) { return kKinds[static_cast<uint8_t>(byte)] <= plain; });
+  }
+  const char* const last = bytes.end() - sizeof(Chunk);
+  for (const char* at = bytes.begin(); at < last; at += sizeof(Chunk)) {
+    if (NeedEscapes<plain>(at)) return false;
+  }
+  return !NeedEscapes<plain>(last);
 }
 
 // Bytes whose kind is at most `plain` stay as they are.
 template <uint8_t plain>
-char* PutEscapedSlowly(char* out, const char* from, size_t size, Style style) {
-  for (const char* const end = from + size; from != end; ++from) {
-    const auto byte = static_cast<uint8_t>(*from);
+char* PutEscaped(char* out, std::string_view bytes, Style style) {
+  if (IsPlain<plain>(bytes)) return PutText(out, bytes);
+  for (const char character : bytes) {
+    const auto byte = static_cast<uint8_t>(character);
     const uint8_t kind = kKinds[byte];
-    if (kind <= plain) [[likely]] {
-      *out++ = *from;
+    if (kind <= plain) {
+      *out++ = character;
     } else {
       out = PutSpecial(out, byte, kind, style);
     }
   }
   return out;
-}
-
-template <uint8_t plain>
-char* PutEscaped(char* out, std::string_view bytes, Style style) {
-  const char* from = bytes.data();
-  size_t left = bytes.size();
-  for (; left >= sizeof(uint64_t); from += sizeof(uint64_t), left -= sizeof(uint64_t)) {
-    uint64_t word;
-    std::memcpy(&word, from, sizeof word);
-    if (MayNeedEscapes<plain>(word)) {
-      out = PutEscapedSlowly<plain>(out, from, sizeof word, style);
-    } else {
-      std::memcpy(out, &word, sizeof word);
-      out += sizeof word;
-    }
-  }
-  return PutEscapedSlowly<plain>(out, from, left, style);
 }
 
 // All numbers of two digits, one behind the other.
@@ -227,6 +224,7 @@ char* PutAddress(char* out, const packet::Address& address) {
 }
 
 char* PutBytes(char* out, std::string_view bytes, Style style) { return PutEscaped<kDot>(out, bytes, style); }
+bool IsPlainLabel(std::string_view label) { return IsPlain<kAsIs>(label); }
 char* PutLabel(char* out, std::string_view label, Style style) { return PutEscaped<kAsIs>(out, label, style); }
 
 char* PutTime(char* out, int64_t time_ns) {

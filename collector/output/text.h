@@ -66,6 +66,7 @@ char* PutBytes(char* out, std::string_view bytes, Style style);
 
 // The bytes of one label of a name: as PutBytes, and a dot as "\.".
 char* PutLabel(char* out, std::string_view label, Style style);
+bool IsPlainLabel(std::string_view label);  // whether PutLabel writes the bytes as they are, in every style
 inline constexpr int kLongestEscape = 5;
 
 // "2026-01-31 12:34:56.789012" in UTC. At most kLongestTime characters.

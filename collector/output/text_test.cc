@@ -107,19 +107,29 @@ TEST_CASE("integers of any length are as the standard library writes them") {
 TEST_CASE("a special byte is found at any place, whatever its neighbours") {
   for (int byte = 0; byte < 256; ++byte) {
     const std::string one(1, static_cast<char>(byte));
-    for (size_t at = 0; at < 19; ++at) {
-      for (const char neighbour : {'a', ' ', '~', '!', '#', '[', ']', '-', '/'}) {
-        std::string bytes(19, neighbour);
-        bytes[at] = static_cast<char>(byte);
-        for (const Style style : {Style::kPlain, Style::kJson}) {
-          const auto expected = [&](const std::string& middle) {
-            return std::string(at, neighbour) + middle + std::string(18 - at, neighbour);
-          };
-          CHECK(Bytes(bytes, style) == expected(Bytes(one, style)));
-          CHECK(Label(bytes, style) == expected(Label(one, style)));
+    for (const size_t size : {1U, 15U, 16U, 17U, 35U}) {
+      for (size_t at = 0; at < size; ++at) {
+        for (const char neighbour : {'a', ' ', '~', '!', '/'}) {
+          std::string bytes(size, neighbour);
+          bytes[at] = static_cast<char>(byte);
+          for (const Style style : {Style::kPlain, Style::kJson}) {
+            const auto expected = [&](const std::string& middle) {
+              return std::string(at, neighbour) + middle + std::string(size - 1 - at, neighbour);
+            };
+            CHECK(Bytes(bytes, style) == expected(Bytes(one, style)));
+            CHECK(Label(bytes, style) == expected(Label(one, style)));
+          }
         }
       }
     }
+  }
+}
+
+TEST_CASE("a label is plain when it is written as it is") {
+  CHECK(IsPlainLabel(""));
+  for (int byte = 0; byte < 256; ++byte) {
+    const std::string one(1, static_cast<char>(byte));
+    CHECK(IsPlainLabel(one) == (Label(one, Style::kJson) == one));
   }
 }
 
