@@ -126,11 +126,14 @@ class Generator {
     };
     constexpr uint8_t kData = test::kPush | test::kAck;
     const auto asked = static_cast<uint32_t>(query.size());
+    const auto answered = static_cast<uint32_t>(response.size());
     Add(now_ns, segment(client, server, port, 53, 0, test::kSyn, ""));
     Add(now_ns, segment(server, client, 53, port, 0, test::kSyn | test::kAck, ""));
     Add(now_ns, segment(client, server, port, 53, 1, kData, query));
     Add(answer_ns, segment(server, client, 53, port, 1, kData, response));
     Add(answer_ns, segment(client, server, port, 53, 1 + asked, test::kFin | test::kAck, ""));
+    Add(answer_ns, segment(server, client, 53, port, 1 + answered, test::kFin | test::kAck, ""));
+    Add(answer_ns, segment(client, server, port, 53, 2 + asked, test::kAck, ""));
   }
 
   template <typename Packet>

@@ -39,6 +39,11 @@ def build():
                 fail(f"the build failed; all of its output is in {log.relative_to(ROOT)}")
 
 
+def is_newer(made, source):
+    """Whether it is there, and was made since the source was changed."""
+    return made.exists() and made.stat().st_mtime >= source.stat().st_mtime
+
+
 def capture_path(exchanges, **settings):
     """Where capture() puts it."""
     return FOLDER / ("-".join([str(exchanges), *(f"{key}{value}" for key, value in settings.items())]) + ".pcap")
@@ -46,12 +51,12 @@ def capture_path(exchanges, **settings):
 
 def capture(exchanges, **settings):
     """A capture of so many exchanges; settings are make_capture's. Made once, and kept for later runs."""
-    path = capture_path(exchanges, **settings)
-    if not path.exists():
+    path, maker = capture_path(exchanges, **settings), RELEASE / "bench/make_capture"
+    if not is_newer(path, maker):
         note(f"making a capture of {exchanges} exchanges ...")
         unfinished = path.with_suffix(".part")
         words = [f"{key}={value}" for key, value in settings.items()]
-        subprocess.run([RELEASE / "bench/make_capture", unfinished, f"exchanges={exchanges}", *words], check=True)
+        subprocess.run([maker, unfinished, f"exchanges={exchanges}", *words], check=True)
         unfinished.rename(path)
     return path
 
@@ -59,7 +64,7 @@ def capture(exchanges, **settings):
 def compressed(path, command, suffix):
     """The file as `command` compresses it, in the folder of captures."""
     result = FOLDER / (path.name + suffix)
-    if not result.exists() or result.stat().st_mtime < path.stat().st_mtime:
+    if not is_newer(result, path):
         unfinished = result.with_suffix(".part")
         with open(path, "rb") as plain, open(unfinished, "wb") as output:
             subprocess.run(command, stdin=plain, stdout=output, check=True)
@@ -76,8 +81,7 @@ def peers(folder):
             note(f"skipped: {name}: {folder} has no {source.name}")
             continue
         program = FOLDER / f"peer-{name}"
-        newest = max(file.stat().st_mtime for file in folder.iterdir())
-        if not program.exists() or program.stat().st_mtime < newest:
+        if not all(is_newer(program, file) for file in folder.iterdir()):
             compiler = os.environ.get("CXX", "g++")
             result = subprocess.run([compiler, *PEER_FLAGS, "-o", program, source, *libraries],
                                     stderr=subprocess.PIPE, text=True)
