@@ -18,7 +18,7 @@
 #include <ldns/ldns.h>
 #undef bool
 
-using namespace support;
+using namespace test;
 
 namespace {
 
