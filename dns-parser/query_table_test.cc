@@ -4,7 +4,6 @@
 
 #include <bit>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <map>
 #include <string>
@@ -117,21 +116,16 @@ TEST_CASE("all later members together do not outweigh an earlier one") {
 }
 
 TEST_CASE("addresses are compared as stored words, not octet by octet") {
-  const auto word = [](std::vector<uint8_t> octets) {
-    uint32_t address;
-    std::memcpy(&address, octets.data(), sizeof address);
-    return address;
-  };
   DnsQueryID left = Middle();
   DnsQueryID right = Middle();
-  left.flow.local_ipv4 = word({10, 0, 0, 1});
-  right.flow.local_ipv4 = word({9, 0, 0, 2});
+  left.flow.local_ipv4 = FlowAddress(10, 0, 0, 1);
+  right.flow.local_ipv4 = FlowAddress(9, 0, 0, 2);
   CHECK(Less(left, right) == (left.flow.local_ipv4 < right.flow.local_ipv4));
   if constexpr (std::endian::native == std::endian::little) CheckBefore(left, right);
 
   left = right = Middle();
-  left.flow.remote_ipv4 = word({10, 0, 0, 1});
-  right.flow.remote_ipv4 = word({9, 0, 0, 2});
+  left.flow.remote_ipv4 = FlowAddress(10, 0, 0, 1);
+  right.flow.remote_ipv4 = FlowAddress(9, 0, 0, 2);
   if constexpr (std::endian::native == std::endian::little) CheckBefore(left, right);
 }
 
@@ -142,13 +136,7 @@ TEST_CASE("keys equal in the six members are the same key") {
 
 TEST_CASE("the flow's other fields take no part") {
   DnsQueryID other = Middle();
-  other.flow.client_side = kClientIsRemote;
-  other.flow.context_id = 99;
-  other.flow.host_field_1 = 1;
-  other.flow.host_field_2 = 2;
-  other.flow.host_field_3 = 3;
-  other.flow.host_field_4 = 4;
-  other.flow.host_field_5 = 5;
+  FillOtherFields(&other.flow);
   CHECK(SameKey(Middle(), other));
 }
 
@@ -176,13 +164,7 @@ TEST_CASE("a query and a response pair by the six members") {
 TEST_CASE("a query and a response pair whatever the flow's other fields are") {
   Pairing bench;
   bench.Request(AQuery(7));
-  bench.flow.client_side = kClientIsRemote;
-  bench.flow.context_id = 99;
-  bench.flow.host_field_1 = 1;
-  bench.flow.host_field_2 = 2;
-  bench.flow.host_field_3 = 3;
-  bench.flow.host_field_4 = 4;
-  bench.flow.host_field_5 = 5;
+  FillOtherFields(&bench.flow);
   CHECK(bench.Response(AResponse(7)) == 1);
   CHECK(bench.Open() == 0);
   CHECK(bench.parser.unsolicited_responses == 0);

@@ -5,38 +5,16 @@
 #include <string>
 #include <typeinfo>
 
+#include "tests/support/flows.h"
+
 namespace {
 
-ParserFlow Filled() {
-  ParserFlow flow;
-  flow.local_ipv4 = 0x01020304;
-  flow.remote_ipv4 = 0x05060708;
-  flow.local_port = 40001;
-  flow.remote_port = 53;
-  flow.client_side = kClientIsRemote;
-  flow.transport = kTransportTcp;
-  flow.context_id = 0x0a0b0c0d;
-  flow.host_field_1 = 0x11121314;
-  flow.host_field_2 = 0x15;
-  flow.host_field_3 = 0x16171819;
-  flow.host_field_4 = 0x2122232425262728;
-  flow.host_field_5 = 0x3132333435363738;
-  return flow;
-}
+using test::FlowText;
 
-void CheckFilled(const ParserFlow& flow) {
-  CHECK(flow.local_ipv4 == 0x01020304);
-  CHECK(flow.remote_ipv4 == 0x05060708);
-  CHECK(flow.local_port == 40001);
-  CHECK(flow.remote_port == 53);
-  CHECK(flow.client_side == kClientIsRemote);
-  CHECK(flow.transport == kTransportTcp);
-  CHECK(flow.context_id == 0x0a0b0c0d);
-  CHECK(flow.host_field_1 == 0x11121314);
-  CHECK(flow.host_field_2 == 0x15);
-  CHECK(flow.host_field_3 == 0x16171819);
-  CHECK(flow.host_field_4 == 0x2122232425262728);
-  CHECK(flow.host_field_5 == 0x3132333435363738);
+ParserFlow Filled() {
+  ParserFlow flow = test::DistinctFlow();
+  test::FillOtherFields(&flow);
+  return flow;
 }
 
 // A host's flow, with reports of its own.
@@ -54,33 +32,29 @@ class HostFlow : public ParserFlow {
 TEST_CASE("a copied flow carries every field, the host's own included") {
   const ParserFlow flow = Filled();
   const ParserFlow copy(flow);
-  CheckFilled(copy);
+  CHECK(FlowText(copy) == FlowText(Filled()));
 }
 
 TEST_CASE("an assigned flow carries every field, the host's own included") {
   ParserFlow copy;
   copy = Filled();
-  CheckFilled(copy);
+  CHECK(FlowText(copy) == FlowText(Filled()));
 }
 
 TEST_CASE("a copy of a host's flow is a plain flow with the same fields") {
   HostFlow host_flow;
   static_cast<ParserFlow&>(host_flow) = Filled();
   const ParserFlow copy = host_flow;
-  CheckFilled(copy);
+  CHECK(FlowText(copy) == FlowText(Filled()));
   CHECK(typeid(static_cast<const ParserFlow&>(copy)) == typeid(ParserFlow));
 }
 
 TEST_CASE("a fresh flow is empty") {
   const ParserFlow flow;
-  CHECK(flow.local_ipv4 == 0);
-  CHECK(flow.remote_ipv4 == 0);
-  CHECK(flow.local_port == 0);
-  CHECK(flow.remote_port == 0);
-  CHECK(flow.client_side == 0);
-  CHECK(flow.transport == 0);
-  CHECK(flow.context_id == 0);
-  CHECK(flow.host_field_5 == 0);
+  CHECK(
+      FlowText(flow) ==
+      "local:0 remote:0 local_port:0 remote_port:0 client:0 transport:0 context:0 host1:0 host2:0 host3:0 host4:0 "
+      "host5:0");
 }
 
 TEST_CASE("the sides and transports have the host's numbers") {
@@ -94,7 +68,7 @@ TEST_CASE("a plain flow's handshake reports change nothing") {
   const ParserFlow flow = Filled();
   flow.AddTlsHandshakeError();
   flow.AddTlsHandshakeSuccess(TimeDelta<1000000>{5}, "a", "b");
-  CheckFilled(flow);
+  CHECK(FlowText(flow) == FlowText(Filled()));
 }
 
 TEST_CASE("handshake reports reach the host's flow through the virtual table") {

@@ -7,8 +7,10 @@
 #include <vector>
 
 #include "host/parser_flow.h"
+#include "tests/support/flows.h"
 #include "tests/support/recording_visitor.h"
 
+using test::FlowAddress;
 using test::RecordingVisitor;
 
 // What records say of themselves. What they own and when they let go of it is in requests_lifetime_test.cc.
@@ -26,17 +28,10 @@ class NamedItem : public KeyValueItem {
   const char* name;
 };
 
-uint32_t Address(uint8_t a, uint8_t b, uint8_t c, uint8_t d) {
-  const uint8_t octets[] = {a, b, c, d};
-  uint32_t address;
-  std::memcpy(&address, octets, sizeof address);
-  return address;
-}
-
 ParserFlow Flow() {
   ParserFlow flow;
-  flow.local_ipv4 = Address(1, 0, 0, 0);
-  flow.remote_ipv4 = Address(2, 0, 0, 0);
+  flow.local_ipv4 = FlowAddress(1, 0, 0, 0);
+  flow.remote_ipv4 = FlowAddress(2, 0, 0, 0);
   flow.local_port = 40000;
   flow.remote_port = 53;
   flow.client_side = 0;
@@ -239,7 +234,7 @@ TEST_CASE("a client with neither is not visited") {
 TEST_CASE("a client's address is visited as it lies in memory, its port without a sign") {
   ParserFlow flow = Flow();
   flow.client_side = 1;
-  flow.local_ipv4 = Address(192, 0, 2, 255);
+  flow.local_ipv4 = FlowAddress(192, 0, 2, 255);
   flow.local_port = 65535;
   CHECK(ClientVisits(flow) == Visits{"Int32 ClientIPv4=" + std::to_string(static_cast<int>(flow.local_ipv4)),
                                      "UInt16 Join.ClientPort=65535"});

@@ -4,7 +4,6 @@
 #include <cstdarg>
 #include <cstdio>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -90,17 +89,6 @@ inline std::string Counters(const DNSParser& parser) {
     if (value != 0) text += (text.empty() ? "" : " ") + std::string(key) + ":" + std::to_string(value);
   }
   return text;
-}
-
-// A TCP flow from 1.2.3.4:40000 to 250.251.252.253:65535: no two octets or ports are the same.
-inline ParserFlow DistinctFlow() {
-  ParserFlow flow = MakeFlow(kTransportTcp);
-  const unsigned char local[] = {1, 2, 3, 4};
-  const unsigned char remote[] = {250, 251, 252, 253};
-  std::copy(std::begin(local), std::end(local), reinterpret_cast<unsigned char*>(&flow.local_ipv4));
-  std::copy(std::begin(remote), std::end(remote), reinterpret_cast<unsigned char*>(&flow.remote_ipv4));
-  flow.remote_port = 65535;
-  return flow;
 }
 
 // What the host was called for, in order: "log details? context? inject end".

@@ -1,14 +1,13 @@
 #pragma once
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <memory>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +17,7 @@
 #include "host/parser_flow.h"
 #include "host/request_visitor.h"
 #include "host/requests.h"
+#include "tests/support/flows.h"
 
 namespace test {
 
@@ -47,7 +47,7 @@ class RecordingHost : public IRequestSink {
     const ParserFlow* flow = nullptr;  // for identity only: it may be gone
     uint16_t local_port = 0;
     uint64_t host_field_5 = 0;
-    std::string pattern;
+    std::string pattern{};
     const char* pattern_address = nullptr;  // for identity only
     int64_t response_time = 0;
     int64_t start_time = 0;
@@ -55,7 +55,22 @@ class RecordingHost : public IRequestSink {
     int64_t bytes_response = 0;
     int result_code = 0;
     int num_errors = 0;
-    std::map<std::string, std::string> strings;
+    std::map<std::string, std::string> strings{};
+
+    friend bool operator==(const Record&, const Record&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const Record& record) {
+      out << (record.begin      ? "begin"
+              : record.extended ? "extended end"
+                                : "end")
+          << " spec " << record.spec_id << " id " << record.request_id << " lists " << record.has_key_values
+          << record.has_extra_items << record.has_stitching << " flow " << record.flow << " port "
+          << record.local_port << " host5 " << record.host_field_5 << " pattern '" << record.pattern << "' at "
+          << static_cast<const void*>(record.pattern_address) << " took " << record.response_time << " from "
+          << record.start_time << " bytes " << record.bytes_request << '/' << record.bytes_response << " result "
+          << record.result_code << " errors " << record.num_errors;
+      for (const auto& [key, value] : record.strings) out << ' ' << key << "='" << value << '\'';
+      return out;
+    }
   };
 
   RecordingHost() {
@@ -173,21 +188,6 @@ class RecordingHost : public IRequestSink {
 
   static inline RecordingHost* active = nullptr;
 };
-
-// A flow from 192.0.2.10:40000 (local, the client) to 192.0.2.53:53 in context 1.
-inline ParserFlow MakeFlow(uint8_t transport = kTransportUdp) {
-  ParserFlow flow;
-  const unsigned char local[] = {192, 0, 2, 10};
-  const unsigned char remote[] = {192, 0, 2, 53};
-  std::copy(std::begin(local), std::end(local), reinterpret_cast<unsigned char*>(&flow.local_ipv4));
-  std::copy(std::begin(remote), std::end(remote), reinterpret_cast<unsigned char*>(&flow.remote_ipv4));
-  flow.local_port = 40000;
-  flow.remote_port = 53;
-  flow.client_side = kClientIsLocal;
-  flow.transport = transport;
-  flow.context_id = 1;
-  return flow;
-}
 
 // A parser on a recording host, with whole messages given by their bytes.
 struct Bench {
