@@ -1,10 +1,7 @@
 #include "collector/cli/rotate.h"
 
-#include <dirent.h>
 #include <doctest/doctest.h>
 #include <sys/resource.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <fstream>
@@ -12,6 +9,7 @@
 
 #include "collector/cli/program_for_tests.h"
 #include "collector/cli/usage_error.h"
+#include "tests/support/temporary_folder.h"
 
 namespace cli {
 namespace {
@@ -19,30 +17,7 @@ namespace {
 using test::ChildResult;
 using test::kA;
 using test::RunInChild;
-
-// A folder that goes with what is in it.
-struct Folder {
-  Folder() { REQUIRE(mkdtemp(path) != nullptr); }
-  ~Folder() {
-    for (const auto& [name, content] : Files()) unlink((std::string(path) + "/" + name).c_str());
-    rmdir(path);
-  }
-  std::string At(const std::string& name) const { return std::string(path) + "/" + name; }
-  std::map<std::string, std::string> Files() const {
-    std::map<std::string, std::string> files;
-    DIR* folder = opendir(path);
-    while (const dirent* entry = readdir(folder)) {
-      const std::string name = entry->d_name;
-      if (name == "." || name == "..") continue;
-      std::ostringstream content;
-      content << std::ifstream(At(name), std::ios::binary).rdbuf();
-      files[name] = content.str();
-    }
-    closedir(folder);
-    return files;
-  }
-  char path[32] = "/tmp/dnspair_rotate_XXXXXX";
-};
+using Folder = test::TemporaryFolder;
 
 std::string ManyExchanges(uint16_t count) {
   CaptureForTests capture;
