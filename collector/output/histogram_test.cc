@@ -87,6 +87,21 @@ TEST_CASE("the buckets hold every value once, in order") {
   CHECK(seen[2].first == histogram.Quantile(1));
 }
 
+TEST_CASE("a value is shown as the middle of its bucket") {
+  const auto shown = [](int64_t value) {
+    Histogram histogram;
+    histogram.Add(value);
+    histogram.Add(100000000);
+    return histogram.Quantile(0.5);
+  };
+  CHECK(shown(127) == 127);
+  CHECK(shown(128) == 129);
+  CHECK(shown(131) == 131);
+  CHECK(shown(255) == 255);
+  CHECK(shown(256) == 258);
+  CHECK(shown(1000000) == 1003520);
+}
+
 TEST_CASE("two histograms together are as one") {
   Histogram one, other, both;
   for (int value = 1; value < 1000; ++value) {

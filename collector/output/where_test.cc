@@ -52,6 +52,9 @@ TEST_CASE("times take units") {
   exchange.query_time_ns = 2000000000;
   CHECK(Holds("query_ns>=2s", exchange));
   CHECK(Holds("ts_us=2000ms", exchange));
+  CHECK(Holds("query_ns=2000000000ns", exchange));
+  CHECK(Holds("ts_us=2000000400ns", exchange));  // to the nearest that the column can show
+  CHECK(Holds("ts_us=1999999500ns", exchange));
 }
 
 TEST_CASE("expressions search a text without regard to letter case") {
@@ -63,6 +66,8 @@ TEST_CASE("expressions search a text without regard to letter case") {
   CHECK(Holds("qname!~^example", exchange));
   CHECK_FALSE(Holds("qname!~www", exchange));
   CHECK(Holds("client_port~^4", exchange));
+  CHECK(Holds("client_port!~^5", exchange));
+  CHECK_FALSE(Holds("client_port!~^4", exchange));
 }
 
 TEST_CASE("an operator inside the value belongs to the value") {
@@ -95,6 +100,7 @@ TEST_CASE("a text that is empty in every such record is no absent one") {
 TEST_CASE("truth values are compared") {
   ExchangeForTests exchange;
   CHECK(Holds("cut=false", exchange));
+  CHECK(Holds("cut!=true", exchange));
   exchange.cut = true;
   CHECK(Holds("cut=true", exchange));
 }
