@@ -18,7 +18,7 @@
 #include "tests/support/dns_builder.h"
 #include "tests/support/packet_builder.h"
 
-using namespace support;
+using namespace test;
 
 // The host and the plug-in, from frames to lines of JSON: once traffic of a kind has been seen, more of it costs no
 // allocation. Memory is then a question of how much is open at a time, and never of how long a run lasts.
