@@ -14,9 +14,9 @@ void g_print_timestamp(int fd) {
   tm local{};
   localtime_r(&now.tv_sec, &local);
 
-  char text[72];
-  size_t length = strftime(text, 64, "%Y-%m-%d %H:%M:%S", &local);
-  const int suffix = std::snprintf(text + length, sizeof text - length, ".%06d-", static_cast<int>(now.tv_usec));
-  if (suffix > 0) length += static_cast<size_t>(suffix);
+  char text[64];
+  size_t length = strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
+  length += static_cast<size_t>(
+      std::snprintf(text + length, sizeof text - length, ".%06d-", static_cast<int>(now.tv_usec)));
   [[maybe_unused]] const ssize_t written = write(fd, text, length);
 }
