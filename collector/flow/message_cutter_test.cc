@@ -171,6 +171,18 @@ TEST_CASE("a stream joined in its middle begins with the first segment that begi
   CHECK(stream.out.own.tcp_skipped_bytes == Reply(1).size() - 9);
 }
 
+TEST_CASE("in a stream joined in its middle messages are put together, whatever their pieces are") {
+  const auto ask = [](unsigned id) { return Query(id).Question(".", kA).TcpWire(); };  // the shortest there is
+  const std::string all = ask(2) + ask(3) + ask(4);
+  for (size_t size = 1; size <= all.size(); ++size) {
+    CAPTURE(size);
+    Direction stream = FromMiddle();
+    stream.Segment(ask(1));
+    for (size_t at = 0; at < all.size(); at += size) stream.Segment(std::string_view(all).substr(at, size));
+    CHECK(stream.out.Texts() == Texts{ask(1), ask(2), ask(3), ask(4)});
+  }
+}
+
 TEST_CASE("while searching only beginnings of segments are looked at") {
   Direction stream = FromMiddle();
   stream.Piece(Ask(1), false).Segment("xx" + Ask(2)).Segment(Ask(3));

@@ -277,8 +277,8 @@ TEST_CASE("the end of a flow hands on what is left of both directions") {
   CHECK(net.counts.tcp_gaps == 1);
 }
 
-TEST_CASE("a forgotten connection holds nothing and is never ticked again") {
-  Network net;
+TEST_CASE("a forgotten connection holds nothing and is never ticked or shed again") {
+  Network net(10);
   Flow* flow = net.Connect(4000);
   net.Send(flow, true, net.Up(4000, 50, Ask(1)));
   net.tracker.Forget(flow);
@@ -286,4 +286,8 @@ TEST_CASE("a forgotten connection holds nothing and is never ticked again") {
   net.tracker.Forget(flow);
   net.tracker.Tick(1000 * kSecond);
   CHECK(net.out.seen.empty());
+  net.Send(net.Connect(4001), true, net.Up(4001, 1, Ask(2).substr(0, 15)));
+  net.tracker.Shed();
+  CHECK(net.Texts() == Texts{Ask(2).substr(0, 15)});
+  CHECK(net.tracker.held() == 0);
 }

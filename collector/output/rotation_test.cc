@@ -18,19 +18,24 @@ using test::TemporaryFolder;
 
 constexpr int64_t kSecond = 1000000000;
 
-// The name that a file gets where `taken` is there already.
+// The name that a file gets where `taken` is there already. As a part it has that name, too.
 std::string NameBeside(const std::string& taken) {
   const TemporaryFolder folder;
   std::filesystem::create_directories(std::filesystem::path(folder.At(taken)).parent_path());
   std::ofstream(folder.At(taken)) << "whole";
   Rotation rotation({.name = folder.At(taken)});
   const auto buffer = rotation.Begin(0);
+  const auto other_name = [&] {
+    Files files = folder.Files();
+    CHECK(files.at(taken) == "whole");
+    files.erase(taken);
+    REQUIRE(files.size() == 1);
+    return files.begin()->first;
+  };
+  const std::string part = other_name();
   rotation.Finish(buffer.get());
-  Files files = folder.Files();
-  CHECK(files.at(taken) == "whole");
-  files.erase(taken);
-  REQUIRE(files.size() == 1);
-  return files.begin()->first;
+  CHECK(part == other_name() + ".part");
+  return other_name();
 }
 
 TEST_CASE("a file is called a part until it is whole") {
