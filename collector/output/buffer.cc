@@ -43,10 +43,11 @@ void Buffer::Write(const std::string& record) {
 
 void Buffer::Grow(size_t bytes) {
   const std::string_view held = Held();
-  size = std::max(held.size() + bytes, 2 * size);
-  std::unique_ptr<char[]> larger(new char[size]);
-  free = std::copy(held.begin(), held.end(), larger.get());
-  memory = std::move(larger);
+  const size_t larger = std::max(held.size() + bytes, 2 * size);
+  std::unique_ptr<char[]> room(new char[larger]);  // may throw: nothing has changed by then
+  free = std::copy(held.begin(), held.end(), room.get());
+  memory = std::move(room);
+  size = larger;
   limit = memory.get() + size;
 }
 
@@ -54,8 +55,9 @@ void Buffer::MakeRoom(size_t bytes) {
   if (in_memory) return Grow(bytes);
   Flush();
   if (bytes <= size) return;
-  size = std::max(bytes, 2 * size);
-  memory.reset(new char[size]);
+  const size_t larger = std::max(bytes, 2 * size);
+  memory.reset(new char[larger]);
+  size = larger;
   free = memory.get();
   limit = free + size;
 }

@@ -6,8 +6,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <cstdlib>
 #include <fstream>
+#include <new>
 #include <sstream>
 #include <stdexcept>
 #include <thread>
@@ -83,6 +85,24 @@ TEST_CASE("a record larger than the buffer is written whole") {
   buffer.Write("b\n");
   buffer.Close();
   CHECK(file.Content() == "a\n" + std::string(1000, 'x') + "\nb\n");
+  close(fd);
+}
+
+TEST_CASE("memory that runs out leaves the buffer as it was, and the next records find their room") {
+  const volatile size_t too_much = SIZE_MAX / 2 + 1;  // the compiler must not know
+  TemporaryFile file;
+  const int fd = open(file.path, O_WRONLY);
+  Buffer to_file(fd, "out", 8);
+  Buffer in_memory;
+  for (Buffer* buffer : {&to_file, &in_memory}) {
+    buffer->Write("one\n");
+    CHECK_THROWS_AS(buffer->Room(too_much), std::bad_alloc);
+    buffer->Write(std::string(100'000, 'x') + "\n");
+  }
+  to_file.Close();
+  const std::string expected = "one\n" + std::string(100'000, 'x') + "\n";
+  CHECK(file.Content() == expected);
+  CHECK(in_memory.Held() == expected);
   close(fd);
 }
 
