@@ -77,13 +77,23 @@ void OnFatal(int signal) {
   raise(signal);  // SA_RESETHAND: this time as if nobody listened
 }
 
+// A stack that has overflowed has no room for a handler.
+void PrepareStack() {
+  static std::array<char, size_t{64} << 10> memory;
+  stack_t before{};
+  if (sigaltstack(nullptr, &before) != 0 || (before.ss_flags & SS_DISABLE) == 0) return;
+  const stack_t stack{.ss_sp = memory.data(), .ss_flags = 0, .ss_size = memory.size()};
+  sigaltstack(&stack, nullptr);
+}
+
 }  // namespace
 
 void PrepareLastWords(const std::vector<std::string>* files) {
   inputs = files;
+  PrepareStack();
   struct sigaction action {};
   action.sa_handler = OnFatal;
-  action.sa_flags = static_cast<int>(SA_RESETHAND);
+  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_ONSTACK);
   for (const Fatal& fatal : kFatal) {
     struct sigaction before {};
     sigaction(fatal.signal, nullptr, &before);

@@ -4,6 +4,7 @@
 #include <sys/wait.h>
 
 #include <csignal>
+#include <cstdlib>
 
 #include "collector/cli/program_for_tests.h"
 
@@ -43,6 +44,16 @@ TEST_CASE("a live run that dies names no file") {
   CHECK(EndedBy(child, SIGSYS));
   CHECK(child.err.find("sandbox") != std::string::npos);
   CHECK(child.err.ends_with("; at packet 17\n"));
+}
+
+TEST_CASE("a stack that overflows is reported, too") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const ChildResult child = RunInChild([&] {
+    setenv("ASAN_OPTIONS", "handle_segv=0:use_sigaltstack=0", 1);  // a sanitizer would tell it in its own words
+    ExecProgram({"read", file.path, "-q", "--plugin", FAKE_PARSER, "--set", "do=overflow"});
+  });
+  CHECK(EndedBy(child, SIGSEGV));
+  CHECK(child.err.ends_with("dnspair: crashed (SIGSEGV); at packet 1, " + file.path + ":24\n"));
 }
 
 TEST_CASE("a plug-in that aborts has the last word, with the packet it was at") {

@@ -42,6 +42,7 @@ Rescue::Rescue() {
   armed = 1;
   struct sigaction action {};
   action.sa_handler = OnFatal;
+  action.sa_flags = SA_ONSTACK;  // where somebody has made one, for a stack that has overflowed
   // With all others blocked: from the background, setting modes would stop the process by SIGTTOU.
   sigfillset(&action.sa_mask);
   for (size_t i = 0; i < kFatal.size(); ++i) sigaction(kFatal.at(i), &action, &before.at(i));

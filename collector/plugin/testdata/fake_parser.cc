@@ -8,7 +8,7 @@
 //   "health"  the health line; none without it
 //   "throw"   "create", "query", "response" or "heartbeat": that call throws "fake <call>", a std::runtime_error
 //             of a type that goes away with this library
-//   "do"      "abort" or "socket": what a query makes it do
+//   "do"      "abort", "overflow" or "socket": what a query makes it do
 //   "no"      "parser": none is made
 
 #include <sys/socket.h>
@@ -36,6 +36,13 @@ class FakeError : public std::runtime_error {
  public:
   using std::runtime_error::runtime_error;
 };
+
+// Takes more stack with each call, and does not return where the first byte is 0.
+int Overflow(const volatile char* from_caller) {
+  volatile char block[4096];
+  block[0] = *from_caller;
+  return block[0] == 0 ? Overflow(block) + block[0] : 1;
+}
 
 class FakeParser : public ITimedProtocolParser {
  public:
@@ -114,12 +121,14 @@ class FakeParser : public ITimedProtocolParser {
   void Misbehave() const {
     if (!args.contains("do")) return;
     if (args.at("do") == "abort") std::abort();
+    if (args.at("do") == "overflow") overflows = static_cast<char>(Overflow(&overflows));
     if (args.at("do") == "socket") close(socket(AF_INET, SOCK_DGRAM, 0));
   }
 
   const CollectorExports* exports;
   std::map<std::string, std::string> args;
   int next_id = 1;
+  mutable volatile char overflows = 0;
 };
 
 }  // namespace
