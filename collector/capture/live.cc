@@ -1,11 +1,15 @@
 #include "collector/capture/live.h"
 
+#include <net/if.h>
 #include <pcap/pcap.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
 #include "collector/capture/link_type.h"
 
@@ -13,7 +17,8 @@ namespace capture {
 namespace {
 
 constexpr int kWaitMilliseconds = 100;
-constexpr int kFramesAtATime = 256;              // of one interface, so that no other waits long
+constexpr int kFramesAtATime = 256;  // of one interface, so that no other waits long
+constexpr auto kBetweenLooks = std::chrono::seconds(1);
 constexpr size_t kBatchBytes = size_t{8} << 20;  // copied frames of one Read
 
 [[noreturn]] void Fail(const std::string& interface, const std::string& reason) {
@@ -46,6 +51,14 @@ class Interface {
     return pcap_dispatch(handle.get(), kFramesAtATime, Copy, reinterpret_cast<u_char*>(&taking)) >= 0;
   }
 
+  // What was true before where nobody can tell, as of "any".
+  bool IsUp() const {
+    ifreq request{};
+    name.copy(request.ifr_name, IFNAMSIZ - 1);
+    if (ioctl(pcap_fileno(handle.get()), SIOCGIFFLAGS, &request) != 0) return up;
+    return (request.ifr_flags & IFF_UP) != 0;
+  }
+
   std::string Error() const { return pcap_geterr(handle.get()); }
   int Descriptor() const { return pcap_get_selectable_fd(handle.get()); }
 
@@ -63,6 +76,7 @@ class Interface {
   }
 
   const std::string name;
+  bool up = true;
   bool gone = false;
 
  private:
@@ -81,6 +95,7 @@ class Interface {
     if (result == PCAP_ERROR_PERM_DENIED) {
       Fail(name, "no permission to capture; run as root or give the program CAP_NET_RAW and CAP_NET_ADMIN");
     }
+    if (result == PCAP_ERROR_IFACE_NOT_UP) Fail(name, "the interface is down; 'ip link set " + name + " up' helps");
     if (result == PCAP_ERROR_NO_SUCH_DEVICE) Fail(name, "there is no such interface; 'ip link' lists them");
     const std::string why = pcap_geterr(handle.get());
     Fail(name, why.empty() ? pcap_statustostr(result) : why);
@@ -149,6 +164,7 @@ struct LiveSource::State {
       if (each->Take(&frames, &bytes)) continue;
       each->gone = true;
       problems.push_back(each->name + ": " + each->Error());
+      news.push_back(problems.back());
     }
     read += bytes.size();
     bytes.push_back(0);  // the readable byte behind the last frame
@@ -159,11 +175,26 @@ struct LiveSource::State {
     }
   }
 
+  // libpcap waits in silence for an interface that is down.
+  void LookAtInterfaces() {
+    const auto now = std::chrono::steady_clock::now();
+    if (now - last_look < kBetweenLooks) return;
+    last_look = now;
+    for (const auto& each : interfaces) {
+      if (each->gone || each->IsUp() == each->up) continue;
+      each->up = !each->up;
+      news.push_back(each->name + (each->up ? ": the interface is up again"
+                                            : ": the interface is down; nothing is seen until it is up again"));
+    }
+  }
+
   std::vector<std::unique_ptr<Interface>> interfaces;
   std::vector<Frame> frames;
   std::vector<uint8_t> bytes;
   std::vector<pollfd> waits;
   std::vector<std::string> problems;
+  std::vector<std::string> news;
+  std::chrono::steady_clock::time_point last_look;
   uint64_t read = 0;
 };
 
@@ -183,6 +214,11 @@ ReadState LiveSource::Read(std::span<const Frame>* frames) {
 }
 
 const std::vector<std::string>& LiveSource::Problems() const { return state->problems; }
+
+std::vector<std::string> LiveSource::TakeNews() {
+  state->LookAtInterfaces();
+  return std::exchange(state->news, {});
+}
 
 uint64_t LiveSource::BytesRead() const { return state->read; }
 

@@ -43,6 +43,10 @@ class LiveSource : public Source {
 
   std::vector<LiveCounts> Counts();
 
+  // What became of interfaces since the last call, for whoever watches the run: a line for each that is gone (a
+  // problem as well), went down or came up again. To be called often; it looks once a second.
+  std::vector<std::string> TakeNews();
+
  private:
   struct State;
   std::unique_ptr<State> state;

@@ -94,6 +94,7 @@ class Run {
     const bool interrupted = Interrupted();
     // Where reading was stopped, the last read may have met an end that is none of the input's.
     if (!interrupted) problems = source->Problems();
+    PrintNews();
     if (!buffer->Good()) capture::StopReading();  // or a thread that waits for more would keep us
     pipeline.Finish();
     progress.Clear();
@@ -103,7 +104,8 @@ class Run {
 
     output::Account account = CurrentAccount();
     account.interrupted = interrupted;
-    const Ending ending{options, account, problems, buffer.get(), account_buffer.get()};
+    const std::vector<std::string> untold = live != nullptr ? std::vector<std::string>() : problems;
+    const Ending ending{options, account, untold, buffer.get(), account_buffer.get()};
     Report(ending);
     return ExitCode(ending);
   }
@@ -167,8 +169,15 @@ class Run {
     return intake;
   }
 
+  // A live run may go on for months: what happens to its interfaces is told when it happens.
+  void PrintNews() {
+    if (live == nullptr) return;
+    for (const std::string& line : live->TakeNews()) PrintProblem(line);
+  }
+
   // What a live run does between packets.
   void Serve() {
+    PrintNews();
     const auto now = std::chrono::steady_clock::now();
     if (now - last_flush >= kLongestHeld) {
       buffer->Flush();

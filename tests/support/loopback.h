@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <doctest/doctest.h>
 #include <net/if.h>
+#include <netpacket/packet.h>
 #include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -10,12 +11,14 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <thread>
 
 #include "tests/support/death.h"
 #include "tests/support/dns_builder.h"
+#include "tests/support/packet_builder.h"
 
 // A loopback interface of one's own, for tests of live runs. That takes root.
 namespace test {
@@ -38,6 +41,17 @@ inline bool SetLoopback(short flags) {
   const bool set = ioctl(fd, SIOCSIFFLAGS, &request) == 0;
   close(fd);
   return set;
+}
+
+// Another interface beside it, and NAMEfar at its other end, both up. Takes iproute2 and a kernel that has veth.
+inline bool AddInterface(const std::string& name) {
+  const std::string add = "PATH=$PATH:/sbin:/usr/sbin; ip link add " + name + " type veth peer name " + name +
+                          "far && ip link set " + name + "far up && ip link set " + name + " up";
+  return std::system(("{ " + add + "; } >/dev/null 2>&1").c_str()) == 0;
+}
+inline void RemoveInterface(const std::string& name) {
+  [[maybe_unused]] const int status =
+      std::system(("PATH=$PATH:/sbin:/usr/sbin; ip link del " + name + " >/dev/null 2>&1").c_str());
 }
 
 // Moves the process into an empty network with a loopback interface.
@@ -76,6 +90,27 @@ class Endpoint {
   }
 
   uint16_t port;
+  int fd;
+};
+
+// Sends frames as they are onto an interface.
+class RawSocket {
+ public:
+  explicit RawSocket(const std::string& interface) : fd(socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0)) {
+    sockaddr_ll address{};
+    address.sll_family = AF_PACKET;
+    address.sll_ifindex = static_cast<int>(if_nametoindex(interface.c_str()));
+    bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+  }
+  ~RawSocket() { close(fd); }
+  RawSocket(const RawSocket&) = delete;
+  RawSocket& operator=(const RawSocket&) = delete;
+
+  void Send(const test::Bytes& frame) const {
+    [[maybe_unused]] const ssize_t sent = send(fd, frame.data(), frame.size(), 0);
+  }
+
+ private:
   int fd;
 };
 
