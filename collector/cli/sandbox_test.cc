@@ -8,7 +8,11 @@
 #include <termios.h>
 
 #include <csignal>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <map>
+#include <sstream>
 #include <thread>
 
 #include "collector/cli/program_for_tests.h"
@@ -91,6 +95,28 @@ TEST_CASE("a sandboxed run reads every kind of capture as any other run does") {
     CHECK(confined.out == open_run.out);
     CHECK(!confined.out.empty());
   }
+}
+
+TEST_CASE("a sandboxed run ends one file by its size and begins the next, as any other run does") {
+  if (!Available()) return;
+  std::map<std::string, std::string> files[2];  // what each name holds
+  for (const bool confined : {false, true}) {
+    const test::TemporaryFile name;
+    const std::string folder = name.path + ".d";
+    std::filesystem::create_directory(folder);
+    const ChildResult run = RunProgram({"read", "-q", "samples/dns.pcap", "--format", "json", "-o", folder + "/dns",
+                                        "-C", "16k", "--sandbox", confined ? "on" : "off"});
+    CHECK(run.ExitCode() == 0);
+    CHECK(run.err == "");
+    for (const auto& file : std::filesystem::directory_iterator(folder)) {
+      std::ostringstream content;
+      content << std::ifstream(file.path(), std::ios::binary).rdbuf();
+      files[confined ? 1 : 0][file.path().filename()] = content.str();
+    }
+    std::filesystem::remove_all(folder);
+  }
+  CHECK(files[0].size() > 2);
+  CHECK(files[0] == files[1]);
 }
 
 TEST_CASE("a plug-in that opens a socket ends a sandboxed run with a clear word, and no other") {

@@ -149,6 +149,28 @@ TEST_CASE("only one worker can read standard input") {
   CHECK(Lines(two.err)[0] == "dnspair: --workers: '-' can be read only once, so it has to be one worker");
 }
 
+TEST_CASE("a worker whose plug-in aborts has its last words, and the run ends with an error") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const ChildResult result =
+      RunProgram({"read", file.path, "-q", "--workers", "2", "--plugin", FAKE_PARSER, "--set", "do=abort"});
+  CHECK(result.ExitCode() == kRuntimeError);
+  const std::vector<std::string> lines = Lines(result.err);
+  REQUIRE(lines.size() == 3);  // the first doubts the key "do"
+  CHECK(lines[1] == "dnspair: aborted (SIGABRT); at packet 1, " + file.path + ":24");
+  CHECK(lines[2].starts_with("dnspair: worker "));
+  CHECK(lines[2].find(" of 2 was killed by signal 6 at packet 1 of the input, in " + file.path + ";") !=
+        std::string::npos);
+}
+
+TEST_CASE("workers and the sandbox exclude each other") {
+  const test::TemporaryFile output("precious");
+  const ChildResult result =
+      RunProgram({"read", "samples/dns.pcap", "--workers", "2", "--sandbox", "on", "-o", output.path});
+  CHECK(result.ExitCode() == kWrongUsage);
+  CHECK(Lines(result.err)[0] == "dnspair: --workers: the sandbox allows no new processes");
+  CHECK(std::ifstream(output.path).peek() == 'p');
+}
+
 TEST_CASE("workers write no table") {
   const ChildResult result = RunProgram({"read", "samples/dns.pcap", "--format", "table", "--workers", "2"});
   CHECK(result.ExitCode() == kWrongUsage);

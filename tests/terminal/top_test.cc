@@ -7,6 +7,7 @@
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "tests/support/loopback.h"
 #include "tests/support/temporary_file.h"
@@ -145,6 +146,25 @@ TEST_CASE("however it ends, the terminal is as it was") {
             wrong = ends("signal " + std::to_string(signal), [&] { kill(run.pid(), signal); });
           }
           return wrong;
+        }) == "");
+}
+
+TEST_CASE("a plug-in that dies has its last words on a terminal that is as it was") {
+  if (!Ready()) return;
+  CHECK(InNetwork([]() -> std::string {
+          for (const auto& [misdeed, word] : {std::pair{"abort", "aborted (SIGABRT); at packet "},
+                                              {"overflow", "crashed (SIGSEGV); at packet "}}) {
+            const Chatter chatter;
+            TopRun run;
+            run.Start("--plugin " FAKE_PARSER " --set do=" + std::string(misdeed),
+                      "ASAN_OPTIONS=handle_segv=0:use_sigaltstack=0");
+            if (!run.IsUp()) return std::string(misdeed) + ": no screen";
+            chatter.Exchange("www.example.com");
+            const std::string damage = run.terminal.Damage();
+            if (!damage.empty()) return misdeed + (": " + damage);
+            if (!run.terminal.Shows(word)) return run.terminal.Screen();
+          }
+          return "";
         }) == "");
 }
 
