@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <bit>
 #include <map>
 #include <string>
 #include <string_view>
@@ -12,8 +13,10 @@
 #include "collector/cli/commands.h"
 #include "collector/cli/conditions.h"
 #include "collector/cli/options.h"
+#include "collector/cli/rotate.h"
 #include "collector/cli/suggestion.h"
 #include "collector/cli/usage_error.h"
+#include "collector/output/client_mask.h"
 #include "collector/output/columns.h"
 #include "collector/output/exchange_for_tests.h"
 #include "collector/output/where.h"
@@ -99,6 +102,32 @@ void CheckSettings(const std::vector<std::string>& texts) {
   destroy_parser_default(parser);
 }
 
+// The mask keeps so many bits of an address and no others, however often it is laid over it.
+void CheckMask(const std::string& text) {
+  const output::ClientMask mask(text);
+  Must(mask.ipv4_bits() >= 0 && mask.ipv4_bits() <= 32, "an IPv4 address has 32 bits");
+  Must(mask.ipv6_bits() >= 0 && mask.ipv6_bits() <= 128, "an IPv6 address has 128 bits");
+  for (const uint8_t version : {uint8_t{4}, uint8_t{6}}) {
+    packet::Address address;
+    address.version = version;
+    std::fill_n(address.octets.begin(), version == 4 ? 4 : 16, uint8_t{0xff});
+    const packet::Address masked = mask.Applied(address);
+    int bits = 0;
+    for (const uint8_t octet : masked.octets) bits += std::popcount(octet);
+    Must(bits == (version == 4 ? mask.ipv4_bits() : mask.ipv6_bits()), "a mask keeps as many bits as it says");
+    Must(mask.Applied(masked) == masked, "what is masked stays as it is");
+  }
+}
+
+void CheckRotation(const cli::Options& options) {
+  if (!options.rotate_size.empty())
+    Must(cli::ParseFileSize(options.rotate_size) > 0, "a file has room for something");
+  Must(options.rotate_seconds >= 0, "a file is not over before it begins");
+  const auto settings = cli::RotationFrom(options);
+  if (!settings) return;
+  Must(!settings->name.empty() && (settings->bytes > 0 || settings->seconds > 0), "files have a name and an end");
+}
+
 template <typename Check>
 void Try(Check check) {
   try {
@@ -131,6 +160,8 @@ void Run(uint8_t number, std::string_view text) {
   Must(options.snap_length >= 64 && options.snap_length <= 262144, "the snap length is in its range");
   for (const std::string& condition : options.where) Try([&] { CheckCondition(condition); });
   if (!options.columns.empty()) Try([&] { CheckColumns(options.columns); });
+  if (!options.client_mask.empty()) Try([&] { CheckMask(options.client_mask); });
+  Try([&] { CheckRotation(options); });
   Try([&] { CheckSettings(options.settings); });
 }
 

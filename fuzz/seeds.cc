@@ -355,6 +355,8 @@ void WriteOptions(Folder folder) {
       "f.pcap\n--where\nrcode=NXDOMAIN\n--where\nrtt>100ms\n--where\nrtt_us<=2.5s",
       "f.pcap\n--where\nqname~(^|[.])example$\n--where\nstatus!=timeout\n--where\ncut==true",
       "f.pcap\n--where\nbytes_query>=512\n--where\nresult_code<0\n--where\nvlan!~[0-9]+",
+      "f\n--mask-clients\n24,48\n-C\n64M\n-o\nx-%Y%m%d.json\n--sandbox\non",
+      "-i\neth0\n-G\n3600\n-C\n10\n--output\nx\n--mask-clients\n0,128",
       "f.pcap\n--columns\nts_us,client_ip,qname,rtt_us\n--format\ncsv\n-o\nx",
       "a\nb\n--port\n53,5353\n--port\n853\n--separate-vlans\n-vv\n-q\n--strict\n--account\na.json",
       "f\n--set\nmax_open_requests=12abc\n--set\nenable_dnssec=true\n--set\nrequest_timeout_s=0\n--set\nx=y",
@@ -403,6 +405,31 @@ void WriteExchanges(Folder folder) {
   }
 }
 
+// Markup in titles, names and answers; then keys on terminals of several sizes.
+void WritePages(Folder folder) {
+  const std::string markup = R"(</td><script>alert("x")</script>&lt;<img src=x onerror='y'>)";
+  std::vector<std::string> questions = Queries();
+  questions.push_back(Query(1).Question(R"(<b>&\034\039\027[2J</b>)", test::kTxt).Wire());
+  for (const unsigned bits : {0x81U, 0x83U, 1U}) {
+    for (size_t i = 0; i < questions.size(); ++i) {
+      Write input;
+      input.U8(bits).Text(markup).Text("\x1b]2;x.pcap");
+      for (size_t each = 0; each <= bits % 8; ++each) {
+        const unsigned kind = each == 0 ? 32U : each == 1 ? 1U : 66U;
+        input.Bytes(
+            Exchange(kind, questions[(i + each) % questions.size()], Responses()[i % Responses().size()], markup)
+                .bytes);
+        input.U16(20);
+      }
+      for (const char key : {'x', 'a', 'o', 'w', '\t', 'h'}) {
+        input.U8(static_cast<unsigned char>(key)).U8(key == 'o' ? 7 : 80).U8(key == 'w' ? 3 : 24);
+        input.Text("eth0 \x1b[2J").U64(1'700'000'000'000'000'000).U64(1000).U64(3);
+      }
+      folder.Add(input.bytes);
+    }
+  }
+}
+
 void WriteAll(const fs::path& samples, const fs::path& place) {
   WriteMessages(Folder(place / "message"));
   WriteStreams(Folder(place / "stream"));
@@ -413,6 +440,7 @@ void WriteAll(const fs::path& samples, const fs::path& place) {
   WriteCaptures(Folder(place / "capture"), samples);
   WriteOptions(Folder(place / "options"));
   WriteExchanges(Folder(place / "writers"));
+  WritePages(Folder(place / "pages"));
 }
 
 }  // namespace
