@@ -249,6 +249,8 @@ TEST_CASE("a flow that was released may be used again at once") {
   table.Up(4000, Ask(1));
   table.listener.ExpireAll();
   table.Up(4000, Ask(2));
+  CHECK(table.listener.ended == 1);  // before the datagram, which begins another
+  CHECK(table.listener.begun == 2);
   CHECK(table.flows.size() == 1);
   CHECK(table.Last().flow->open_queries == 1);
   table.Down(4000, Reply(2));

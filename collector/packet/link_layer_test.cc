@@ -119,6 +119,7 @@ TEST_CASE("ARCNET of both RFCs carries IPv4") {
   CHECK(DecodeLink(129, Query4(RawIp().Payload(Bytes{1, 2, 0, 0, 212, 3, 0, 1}))).outcome == Outcome::kNotIp);
   CHECK(DecodeLink(129, RawIp().Payload(Bytes{1, 2, 0, 0, 213, 0, 0, 0})).outcome == Outcome::kNotIp);
   CHECK(DecodeLink(129, RawIp().Payload(Bytes{1, 2, 0, 0, 212, 0, 0, 0}), 1).outcome == Outcome::kTruncated);
+  CHECK(DecodeLink(129, RawIp().Payload(Bytes{1, 2, 0, 0, 213, 0, 0})).outcome == Outcome::kMalformed);
 }
 
 TEST_CASE("PPI names the link type of what follows") {
