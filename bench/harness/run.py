@@ -36,7 +36,7 @@ def parse():
     parser.add_argument("--exchanges", type=positive, default=1_000_000, metavar="N",
                         help="in the capture (1000000); peers that take their time get no more than 100000")
     parser.add_argument("--rounds", type=positive, default=5, metavar="N", help="how often everything is timed (5)")
-    parser.add_argument("--only", default="", metavar="TEXT", help="what has this text in its name")
+    parser.add_argument("--only", default="", metavar="TEXT", help="what has this text in its name, and what the others are compared with")
     parser.add_argument("--peers", type=pathlib.Path, metavar="FOLDER",
                         default=usual_peers if usual_peers.is_dir() else None,
                         help="with limit.cc and tins_pair.cc to compare with (../shared/bench, where it exists)")
@@ -53,7 +53,8 @@ def all_contenders(options):
     everyone = [*contenders.ours(options.exchanges, capture),
                 *contenders.written_by_others(options.peers, options.exchanges, capture),
                 *contenders.installed(options.exchanges, capture)]
-    return [one for one in everyone if options.only in one.name]
+    chosen = [one for one in everyone if options.only in one.name]
+    return [one for one in everyone if one in chosen or (chosen and one.name == results.BASE)]
 
 
 def measure(options):
