@@ -260,6 +260,8 @@ TEST_CASE("a closed connection lingers for retransmissions, then goes") {
     CHECK(table.flows.size() == 1);
     table.flows.Tick(FlowTable::kTcpClosedNs + 1);
     CHECK(table.flows.size() == 0);
+    table.flows.Tick(FlowTable::kTcpIdleNs + 1);  // it does not wait for this any more
+    CHECK(table.listener.ended == 1);
     CHECK(table.flows.counts().tcp_resets == (reset ? 1 : 0));
   }
 }
