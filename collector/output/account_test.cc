@@ -149,6 +149,62 @@ TEST_CASE("the text shows each total with its parts and leaves zeros out") {
   CHECK(text.find("shown") == std::string::npos);
 }
 
+TEST_CASE("every detail is told with its own number") {
+  Account account;
+  uint64_t next = 0;
+  account.messages.malformed = ++next;
+  account.messages.retransmits = ++next;
+  account.messages.question_mismatches = ++next;
+  account.messages.cut = ++next;
+  account.messages.mappings = ++next;
+  account.flows.flows = ++next;
+  account.flows.flows_evicted = ++next;
+  account.flows.tcp_cut_messages = ++next;
+  account.flows.tcp_gaps = ++next;
+  account.flows.tcp_skipped_bytes = ++next;
+  account.flows.tcp_retransmitted_bytes = ++next;
+  account.flows.tcp_dropped_bytes = ++next;
+  account.flows.tcp_unfinished_messages = ++next;
+  account.flows.tcp_resets = ++next;
+  account.fragments.reassembled = ++next;
+  account.fragments.cut_datagrams = ++next;
+  account.fragments.expired = ++next;
+  account.fragments.dropped = ++next;
+  account.fragments.inconsistent = ++next;
+  account.fragments_held = ++next;
+  account.clock_steps_back = ++next;
+  const std::string text = AccountText(account);
+  CHECK(text.find(
+            "details    1 malformed, 2 retransmits, 3 question_mismatches, 4 cut_messages, 5 mappings, 6 flows, "
+            "7 flows_evicted, 8 tcp_cut_messages, 9 tcp_gaps, 10 tcp_skipped_bytes, "
+            "11 tcp_retransmitted_bytes, 12 tcp_dropped_bytes, 13 tcp_unfinished_messages, 14 tcp_resets, "
+            "15 fragments_reassembled, 16 fragments_cut_datagrams, 17 fragments_expired, "
+            "18 fragments_dropped, 19 fragments_inconsistent, 20 fragments_held, 21 clock_steps_back\n") !=
+        std::string::npos);
+  const auto json = AccountJson(account);
+  CHECK(json["details"].size() == 21);
+  CHECK(json["details"]["malformed"] == 1);
+  CHECK(json["details"]["clock_steps_back"] == 21);
+  CHECK(AccountText(Account()).find("details") == std::string::npos);
+}
+
+TEST_CASE("interfaces and hidden clients are told of in both forms") {
+  Account account;
+  CHECK(AccountText(account).find("interface") == std::string::npos);
+  CHECK(AccountText(account).find("clients") == std::string::npos);
+  account.interfaces = {{.interface = "eth0", .received = 3, .dropped = 2, .dropped_by_interface = 1}};
+  account.client_mask = ClientMask("24,48");
+  const std::string text = AccountText(account);
+  CHECK(text.find("interface  eth0: 3 received, 2 dropped by the kernel, 1 by the interface\n") !=
+        std::string::npos);
+  CHECK(text.find("clients    hidden but for 24 bits of an IPv4 and 48 bits of an IPv6 address\n") !=
+        std::string::npos);
+  const auto json = AccountJson(account);
+  CHECK(json["interfaces"]["eth0"] ==
+        nlohmann::ordered_json{{"received", 3}, {"dropped", 2}, {"dropped_by_interface", 1}});
+  CHECK(json["client_mask"] == nlohmann::ordered_json{{"ipv4_bits", 24}, {"ipv6_bits", 48}});
+}
+
 TEST_CASE("conditions show how many exchanges they left") {
   Account account = Whole();
   account.shown = 4;
