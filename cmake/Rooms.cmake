@@ -15,12 +15,16 @@ function(dnspair_room name)
   target_link_libraries(${name} PUBLIC dnspair_options ${ARG_USES})
 endfunction()
 
+# Every test program's main function, compiled once.
+add_executable(test_main EXCLUDE_FROM_ALL ${CMAKE_SOURCE_DIR}/tests/support/test_main.cc)
+target_link_libraries(test_main PRIVATE dnspair_options doctest::doctest)
+
 # dnspair_tests(NAME SOURCES ... [USES ...] [OBJECTS ...])
 # One doctest program, and one CTest entry for each of its *_test.cc files. OBJECTS are rooms whose objects the
 # program links (object libraries do not pass theirs on).
 function(dnspair_tests name)
   cmake_parse_arguments(ARG "" "" "SOURCES;USES;OBJECTS" ${ARGN})
-  add_executable(${name} ${ARG_SOURCES} ${CMAKE_SOURCE_DIR}/tests/support/test_main.cc)
+  add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:test_main>)
   foreach(room IN LISTS ARG_OBJECTS)
     target_sources(${name} PRIVATE $<TARGET_OBJECTS:${room}>)
   endforeach()
