@@ -1,8 +1,11 @@
 #pragma once
 
 #include <fcntl.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -30,13 +33,26 @@ class Tmux {
 
   Tmux() : folder("/tmp/dnspair-tmux-XXXXXX") {
     if (mkdtemp(folder.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    Run({"-f", "/dev/null", "new-session", "-d", "-x", "80", "-y", "24",
-         "exec env -u TMUX -u NO_COLOR PS1='ready> ' HISTFILE= bash --norc --noprofile -i"});
+    server = fork();
+    if (server == 0) {
+      // Not as a daemon: whatever ends us ends the terminal, too.
+      prctl(PR_SET_PDEATHSIG, SIGTERM);
+      Become({"-D", "-f", "/dev/null"});
+    }
+    // As soon as the server listens there is a session; until then -N keeps tmux from starting another server.
+    WaitFor([&] {
+      Run({"-N", "new-session", "-s", "only", "-d", "-x", "80", "-y", "24",
+           "exec env -u TMUX -u NO_COLOR PS1='ready> ' HISTFILE= bash --norc --noprofile -i"});
+      return !Screen().empty();
+    });
     WaitForText("ready>");
     Enter("stty -a >" + folder + "/before");
   }
   ~Tmux() {
-    Run({"kill-server"});
+    if (server > 0) {
+      kill(server, SIGTERM);
+      waitpid(server, nullptr, 0);
+    }
     for (const char* name : {"/before", "/after", "/socket"}) unlink((folder + name).c_str());
     rmdir(folder.c_str());
   }
@@ -81,20 +97,21 @@ class Tmux {
   }
 
  private:
-  std::string Run(std::vector<std::string> arguments) const {
+  [[noreturn]] void Become(std::vector<std::string> arguments) const {
     const std::string socket = folder + "/socket";
     std::vector<char*> raw;
     for (const char* word : {"tmux", "-S", socket.c_str()}) raw.push_back(const_cast<char*>(word));
     for (std::string& argument : arguments) raw.push_back(argument.data());
     raw.push_back(nullptr);
-    return RunInChild([&] {
-             setenv("LC_ALL", "C.UTF-8", 1);
-             // The server stays behind, and must not keep the pipes open that we wait for.
-             close_range(STDERR_FILENO + 1, ~0U, 0);
-             execvp("tmux", raw.data());
-             _exit(127);
-           })
-        .out;
+    setenv("LC_ALL", "C.UTF-8", 1);
+    // Nor may a terminal keep pipes open that somebody waits for.
+    close_range(STDERR_FILENO + 1, ~0U, 0);
+    execvp("tmux", raw.data());
+    _exit(127);
+  }
+
+  std::string Run(const std::vector<std::string>& arguments) const {
+    return RunInChild([&] { Become(arguments); }).out;
   }
 
   std::string Content(const std::string& name) const {
@@ -104,6 +121,7 @@ class Tmux {
   }
 
   std::string folder;
+  pid_t server = -1;
   int marks = 0;
 };
 
