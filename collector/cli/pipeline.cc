@@ -1,19 +1,13 @@
 #include "collector/cli/pipeline.h"
 
-#include <chrono>
-
 #include "collector/cli/last_words.h"
+#include "collector/cli/wall_clock.h"
 
 namespace cli {
 namespace {
 
 // Frames that the kernel still holds are at most this old: the wall clock must not overtake them.
 constexpr int64_t kKernelDelay = 500'000'000;
-
-int64_t WallClock() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
-}
 
 }  // namespace
 

@@ -24,6 +24,7 @@
 #include "collector/cli/sandbox.h"
 #include "collector/cli/terminal.h"
 #include "collector/cli/usage_error.h"
+#include "collector/cli/wall_clock.h"
 
 namespace cli {
 namespace {
@@ -54,11 +55,6 @@ std::optional<output::Rotation> MakeRotation(const Options& options) {
   std::optional<output::RotationSettings> settings = RotationFrom(options);
   if (!settings) return std::nullopt;
   return output::Rotation(std::move(*settings));
-}
-
-int64_t WallClock() {
-  return std::chrono::duration_cast<std::chrono::nanoseconds>(std::chrono::system_clock::now().time_since_epoch())
-      .count();
 }
 
 // Records of live runs are at most this old when they leave the buffer.

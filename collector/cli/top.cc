@@ -8,6 +8,7 @@
 #include "collector/cli/run.h"
 #include "collector/cli/terminal.h"
 #include "collector/cli/usage_error.h"
+#include "collector/cli/wall_clock.h"
 #include "collector/top/curses_screen.h"
 #include "collector/top/page.h"
 #include "collector/top/timeline.h"
@@ -15,11 +16,10 @@
 namespace cli {
 namespace {
 
-using std::chrono::steady_clock;
-using std::chrono::system_clock;
-
 // Since some moment; never set back.
-int64_t SteadyTime() { return std::chrono::nanoseconds(steady_clock::now().time_since_epoch()).count(); }
+int64_t SteadyTime() {
+  return std::chrono::nanoseconds(std::chrono::steady_clock::now().time_since_epoch()).count();
+}
 
 // Shows what exchanges come, and hands them on to who writes them, if anybody does.
 class TopScreen : public Consumer {
@@ -85,7 +85,7 @@ class TopScreen : public Consumer {
   }
 
   void Show(const Intake& intake) {
-    around.time_ns = std::chrono::nanoseconds(system_clock::now().time_since_epoch()).count();
+    around.time_ns = WallClock();
     around.packets = intake.packets;
     around.dropped = intake.dropped;
     screen->Draw(top::Page(timeline.Look(view.window), view, around, screen->size()));
