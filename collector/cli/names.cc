@@ -1,5 +1,3 @@
-#include <CLI/App.hpp>
-
 #include "collector/cli/commands.h"
 #include "collector/cli/run.h"
 #include "collector/output/passive_dns.h"

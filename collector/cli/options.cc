@@ -90,6 +90,25 @@ std::vector<std::string> ChoicesOf(CLI::Option& option) {
   return choices;
 }
 
+void AddColumnsOption(CLI::App* app, Options* options) {
+  app->add_option("--columns", options->columns, "the columns to write, in this order")->type_name("A,B,...");
+}
+
+void AddListLengthOption(CLI::App* app, Options* options) {
+  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")->type_name("NUMBER");
+}
+
+void AddTitleOption(CLI::App* app, Options* options) {
+  app->add_option("--title", options->title, "what the page is called; usually after the captures")
+      ->type_name("TEXT");
+}
+
+void AddWorkersOption(CLI::App* app, Options* options) {
+  app->add_option("--workers", options->workers, "processes that share the conversations; not for tables")
+      ->check(CLI::Range(1, 64).description(""))
+      ->type_name("NUMBER");
+}
+
 void AddRotationOptions(CLI::App* app, Options* options, bool with_time) {
   app->add_option(
          "-C,--rotate-size", options->rotate_size,

@@ -67,6 +67,18 @@ std::vector<std::string> ChoicesOf(CLI::Option& option);
 // -o.
 void AddOutputFileOption(CLI::App* app, Options* options);
 
+// --columns.
+void AddColumnsOption(CLI::App* app, Options* options);
+
+// --top, for commands whose output has lists.
+void AddListLengthOption(CLI::App* app, Options* options);
+
+// --title.
+void AddTitleOption(CLI::App* app, Options* options);
+
+// --workers.
+void AddWorkersOption(CLI::App* app, Options* options);
+
 // -C, and -G where time goes on while the run waits.
 void AddRotationOptions(CLI::App* app, Options* options, bool with_time);
 

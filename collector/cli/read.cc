@@ -1,12 +1,12 @@
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <memory>
 
 #include "collector/cli/commands.h"
 #include "collector/cli/conditions.h"
 #include "collector/cli/run.h"
 #include "collector/cli/terminal.h"
+#include "collector/cli/usage_error.h"
 #include "collector/cli/workers.h"
 #include "collector/output/record_writer.h"
 
@@ -73,7 +73,7 @@ void AddRecordOptions(CLI::App* app, Options* options) {
       app, options, {"table", "json", "csv", "ecs", "zeek"},
       "table (usual on a terminal), json (usual elsewhere), csv, ecs (Elastic Common Schema) or zeek (its "
       "dns.log)");
-  app->add_option("--columns", options->columns, "the columns to write, in this order")->type_name("A,B,...");
+  AddColumnsOption(app, options);
   AddWhereOption(app, options);
 }
 
@@ -81,9 +81,7 @@ void AddReadOptions(CLI::App* app, Options* options) {
   AddFileOptions(app, options);
   AddInputOptions(app, options);
   AddRecordOptions(app, options);
-  app->add_option("--workers", options->workers, "processes that share the conversations; not for tables")
-      ->check(CLI::Range(1, 64).description(""))
-      ->type_name("NUMBER");
+  AddWorkersOption(app, options);
   AddRotationOptions(app, options, false);
 }
 

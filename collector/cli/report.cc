@@ -1,7 +1,5 @@
 #include "collector/report/report.h"
 
-#include <CLI/App.hpp>
-
 #include "collector/cli/commands.h"
 #include "collector/cli/conditions.h"
 #include "collector/cli/run.h"
@@ -47,9 +45,8 @@ void AddReportOptions(CLI::App* app, Options* options) {
   AddInputOptions(app, options);
   AddOutputFileOption(app, options);
   AddWhereOption(app, options);
-  app->add_option("--title", options->title, "what the page is called; usually after the captures")
-      ->type_name("TEXT");
-  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")->type_name("NUMBER");
+  AddTitleOption(app, options);
+  AddListLengthOption(app, options);
 }
 
 int RunReport(const Options& options) {

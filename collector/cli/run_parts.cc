@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "collector/capture/open.h"
 #include "collector/cli/conditions.h"
@@ -95,7 +94,7 @@ std::optional<output::ClientMask> MaskFrom(const Options& options) {
 void Report(const Ending& ending) {
   for (const std::string& problem : ending.problems) PrintProblem(problem);
   if (ending.account_buffer != nullptr) {
-    ending.account_buffer->Write(AccountJson(ending.account).dump(2) + "\n");
+    ending.account_buffer->Write(AccountJsonText(ending.account));
     ending.account_buffer->Close();
     if (!ending.account_buffer->Good()) PrintProblem(ending.account_buffer->Problem());
   }

@@ -1,8 +1,5 @@
 #include "collector/output/summary.h"
 
-#include <CLI/App.hpp>
-#include <nlohmann/json.hpp>
-
 #include "collector/cli/commands.h"
 #include "collector/cli/conditions.h"
 #include "collector/cli/run.h"
@@ -29,7 +26,7 @@ class SummaryPrinter : public Consumer {
 
   void End() override {
     summary.Release();
-    buffer->Write(options.format == "json" ? summary.Json(options.top).dump(2) + "\n" : summary.Text(options.top));
+    buffer->Write(options.format == "json" ? summary.JsonText(options.top) : summary.Text(options.top));
   }
 
  private:
@@ -46,7 +43,7 @@ void AddSummaryOptions(CLI::App* app, Options* options) {
   AddInputOptions(app, options);
   AddOutputOptions(app, options, {"table", "json"}, "table (usual) or json");
   AddWhereOption(app, options);
-  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")->type_name("NUMBER");
+  AddListLengthOption(app, options);
 }
 
 int RunSummary(const Options& options) {

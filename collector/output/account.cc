@@ -313,4 +313,6 @@ nlohmann::ordered_json AccountJson(const Account& account) {
   return json;
 }
 
+std::string AccountJsonText(const Account& account) { return AccountJson(account).dump(2) + "\n"; }
+
 }  // namespace output

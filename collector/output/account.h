@@ -71,5 +71,6 @@ std::vector<Loss> Losses(const Account& account);
 std::string AccountText(const Account& account);
 
 nlohmann::ordered_json AccountJson(const Account& account);
+std::string AccountJsonText(const Account& account);  // indented, with a line feed at its end
 
 }  // namespace output

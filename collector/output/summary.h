@@ -71,6 +71,7 @@ class Summary {
   // The summary for people, and the same numbers and some more in JSON. Lists have at most `top` entries.
   std::string Text(size_t top) const;
   nlohmann::ordered_json Json(size_t top) const;
+  std::string JsonText(size_t top) const;  // indented, with a line feed at its end
 
   const Tally& Total() const { return all; }
 

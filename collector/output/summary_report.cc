@@ -269,4 +269,6 @@ nlohmann::ordered_json Summary::Json(size_t top) const {
   return json;
 }
 
+std::string Summary::JsonText(size_t top) const { return Json(top).dump(2) + "\n"; }
+
 }  // namespace output
