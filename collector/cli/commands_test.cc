@@ -38,6 +38,9 @@ TEST_CASE("wrong usage is one line, a hint and exit code 2") {
                "--mask-clients: the plug-in's log (--verbose) would show them", "dnspair read");
   CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': there is no column 'a'", "dnspair read");
   CheckRefused({"live"}, "--interface is required", "dnspair live");
+  CheckRefused({"live", "-i", "lo", "--top", "--format", "json"},
+               "--top shows a screen and no records; --format and --columns need a file for them: -o FILE",
+               "dnspair live");
   CheckRefused({"names", "x", "--where", "a=b"}, "there is no option '--where'", "dnspair names");
 }
 

@@ -98,6 +98,10 @@ int RunRead(const Options& options) {
 }
 
 int RunLiveRead(const Options& options) {
+  const bool shapes_records = !options.format.empty() || !options.columns.empty();
+  if (options.show_top && options.output_file.empty() && shapes_records) {
+    throw UsageError("--top shows a screen and no records; --format and --columns need a file for them: -o FILE");
+  }
   RecordPrinter printer(options);
   if (options.show_top) return RunTop(options, options.output_file.empty() ? nullptr : &printer);
   return RunLive(options, &printer);
