@@ -25,16 +25,27 @@ class ReportPrinter : public Consumer {
     report.Add(exchange);
   }
 
+  void OnAccount(const output::Account& account) override {
+    losses = Losses(account);
+    interrupted = account.interrupted;
+  }
+
   void End() override {
     report.Release();
-    buffer->Write(report.Html(
-        {.title = options.title, .version = DNSPAIR_VERSION, .files = options.files, .top = options.top}));
+    buffer->Write(report.Html({.title = options.title,
+                               .version = DNSPAIR_VERSION,
+                               .files = options.files,
+                               .top = options.top,
+                               .losses = losses,
+                               .interrupted = interrupted}));
   }
 
  private:
   const Options& options;
   output::Where where;
   report::Report report;
+  std::vector<output::Loss> losses;
+  bool interrupted = false;
   output::Buffer* buffer = nullptr;
 };
 

@@ -51,6 +51,17 @@ TEST_CASE("conditions and a title apply to pages") {
   CHECK(html.find("www.example") == std::string::npos);
 }
 
+TEST_CASE("a page says what was lost on the way to it") {
+  CHECK(RunProgram({"report", "samples/dns.pcap", "-q"})
+            .out.find("<p>Nothing was lost on the way to this page.</p>") != std::string::npos);
+  std::string cut = SmallCapture().Bytes();
+  cut.pop_back();
+  const test::TemporaryFile file(cut);
+  const ChildResult result = RunProgram({"report", file.path, "-q"});
+  CHECK(result.ExitCode() == 1);
+  CHECK(result.out.find("<p>Lost on the way to this page: inputs 1.</p>") != std::string::npos);
+}
+
 TEST_CASE("a page never overwrites its capture") {
   const test::TemporaryFile file(SmallCapture().Bytes());
   CHECK(RunProgram({"report", file.path, "-o", file.path}).ExitCode() == 2);

@@ -94,12 +94,12 @@ class Run {
     if (!buffer->Good()) capture::StopReading();  // or a thread that waits for more would keep us
     pipeline.Finish();
     progress.Clear();
+    output::Account account = CurrentAccount();
+    account.interrupted = interrupted;
+    consumer->OnAccount(account);
     consumer->End();
     consumer->EndFile();
     rotation ? rotation->Finish(buffer.get()) : buffer->Close();
-
-    output::Account account = CurrentAccount();
-    account.interrupted = interrupted;
     const std::vector<std::string> untold = live != nullptr ? std::vector<std::string>() : problems;
     const Ending ending{options, account, untold, buffer.get(), account_buffer.get()};
     Report(ending);

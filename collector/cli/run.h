@@ -8,6 +8,10 @@
 #include "collector/output/buffer.h"
 #include "collector/plugin/exchange.h"
 
+namespace output {
+struct Account;
+}
+
 namespace cli {
 
 // Exit codes beside 0 and the shell's 130 for an interrupted run.
@@ -37,7 +41,10 @@ class Consumer : public plugin::ExchangeListener {
   // The output's file is about to be finished; another may follow. After End comes the last one.
   virtual void EndFile() {}
 
-  // The input has ended: what was collected is written.
+  // The input has ended, and this is where everything went.
+  virtual void OnAccount(const output::Account& /*account*/) {}
+
+  // After that: what was collected is written.
   virtual void End() {}
 
   uint64_t delivered = 0;  // exchanges seen

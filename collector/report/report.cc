@@ -1,5 +1,6 @@
 #include "collector/report/report.h"
 
+#include <algorithm>
 #include <nlohmann/json.hpp>
 
 #include "collector/output/text.h"
@@ -44,6 +45,20 @@ std::string Subtitle(const ordered_json& json) {
          " to " + seconds(json["last_ns"]) + " UTC";
 }
 
+// A page leaves the account of its run behind, and has to say itself what it does not show.
+std::string LossesSentence(const Labels& labels) {
+  std::string text = labels.interrupted ? "Reading was stopped before the end. " : "";
+  if (labels.losses.empty()) return text + "Nothing was lost on the way to this page.";
+  text += "Lost on the way to this page: ";
+  for (const output::Loss& loss : labels.losses) {
+    if (&loss != &labels.losses.front()) text += ", ";
+    std::string name(loss.name);
+    std::ranges::replace(name, '_', ' ');
+    text += name + " " + Grouped(loss.count);
+  }
+  return text + ".";
+}
+
 std::string TimeoutsSentence(const ordered_json& json) {
   const auto& exchanges = json["exchanges"];
   const auto timed_out = exchanges["timeout"].get<uint64_t>();
@@ -75,6 +90,7 @@ std::string Report::Html(const Labels& labels) const {
                  {"subtitle", Subtitle(json)},
                  {"files", FilesSentence(labels)},
                  {"figures", Figures(json)},
+                 {"losses", LossesSentence(labels)},
                  {"answered", Grouped(times.count())},
                  {"histogram", HistogramPlot(times)},
                  {"histogram_table", HistogramTable(times)},

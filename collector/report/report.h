@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "collector/output/account.h"
 #include "collector/output/summary.h"
 #include "collector/report/timeline.h"
 #include "collector/report/worst.h"
@@ -16,6 +17,8 @@ struct Labels {
   std::string version;             // of the program
   std::vector<std::string> files;  // what was read
   size_t top = 10;                 // entries of each list
+  std::vector<output::Loss> losses{};
+  bool interrupted = false;  // by the user, before the input ended
 };
 
 // Everything that a page shows of a capture, in bounded memory whatever the capture's length.

@@ -46,6 +46,17 @@ TEST_CASE("the page is called after its captures, without their folders") {
   CHECK(Has(report.Html({.title = "Mine & yours", .version = "1", .files = {"x"}}), "<h1>Mine &amp; yours</h1>"));
 }
 
+TEST_CASE("a page tells losses in words, and that reading was stopped") {
+  const auto page = [](std::vector<output::Loss> losses, bool interrupted) {
+    return Report().Html(
+        {.title = "", .version = "1", .files = {"x"}, .losses = std::move(losses), .interrupted = interrupted});
+  };
+  CHECK(Has(page({{"cut_messages", 12}, {"tcp_gaps", 1}}, false),
+            "<p>Lost on the way to this page: cut messages 12, tcp gaps 1.</p>"));
+  CHECK(
+      Has(page({}, true), "<p>Reading was stopped before the end. Nothing was lost on the way to this page.</p>"));
+}
+
 TEST_CASE("titles, file names and names out of packets are text and never markup") {
   const std::string hostile = "<img src=x onerror=alert(1)></script><!--";
   const std::string page =
