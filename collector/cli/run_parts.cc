@@ -100,6 +100,9 @@ void Report(const Ending& ending) {
   }
   if (!ending.buffer->Problem().empty()) PrintProblem(ending.buffer->Problem());
   if (ending.options.quiet) return;
+  // Zeros would only hide the line that says why.
+  const bool nothing_read = ending.account.packets == 0 && ending.account.interfaces.empty();
+  if (nothing_read && !ending.problems.empty()) return;
   PrintLine(ending.account.health);
   std::fputs(AccountText(ending.account).c_str(), stderr);
 }

@@ -39,6 +39,11 @@ TEST_CASE("a missing file is named, and the others are read") {
   CHECK(Lines(result.err)[0] == "dnspair: /nowhere/at.all: No such file or directory");
 }
 
+TEST_CASE("where nothing can be read one line says why") {
+  CHECK(RunProgram({"read", "/nowhere/at.all"}).err == "dnspair: /nowhere/at.all: No such file or directory\n");
+  CHECK(RunProgram({"summary", "/"}).err == "dnspair: /: Is a directory\n");
+}
+
 TEST_CASE("what stands before the damage in a file is delivered") {
   std::string capture = SmallCapture().Bytes();
   capture.resize(capture.size() - 5);
