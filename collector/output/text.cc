@@ -80,6 +80,7 @@ bool IsPlain(std::string_view bytes) {
 // Bytes whose kind is at most `plain` stay as they are.
 template <uint8_t plain>
 char* PutEscaped(char* out, std::string_view bytes, Style style) {
+  if (bytes.empty()) return out;  // perhaps a null pointer, which is nothing to copy from
   if (IsPlain<plain>(bytes)) return PutText(out, bytes);
   for (const char character : bytes) {
     const auto byte = static_cast<uint8_t>(character);

@@ -78,6 +78,11 @@ TEST_CASE("no byte takes more room than promised") {
   }
 }
 
+TEST_CASE("a text that is nowhere is empty") {
+  CHECK(Bytes({}, Style::kJson) == "");
+  CHECK(Label({}, Style::kJson) == "");
+}
+
 TEST_CASE("a word is put whole and says where it ends") {
   static constexpr Word kWord("a word of thirty-one characters");
   char text[kRoomForWord];
