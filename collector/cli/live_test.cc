@@ -26,12 +26,6 @@ using test::InNetwork;
 using test::MayEnterNetwork;
 using test::WaitFor;
 
-std::string Content(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
-}
-
 // A live run that writes records and messages to files.
 class LiveRun {
  public:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
@@ -38,6 +39,13 @@ inline test::ChildResult RunProgram(const std::vector<std::string>& arguments, c
     dup2(fd, STDIN_FILENO);
     ExecProgram(arguments);
   });
+}
+
+// The bytes of a file; none where it cannot be read.
+inline std::string Content(const std::string& path) {
+  std::ostringstream content;
+  content << std::ifstream(path, std::ios::binary).rdbuf();
+  return content.str();
 }
 
 // The lines of a text, without their ends.

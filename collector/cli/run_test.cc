@@ -17,12 +17,6 @@ using test::ChildResult;
 using test::kA;
 using test::RunInChild;
 
-std::string Content(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
-}
-
 TEST_CASE("records can go to a file") {
   const test::TemporaryFile file(SmallCapture().Bytes()), output("old");
   const ChildResult result = RunProgram({"read", file.path, "-o", output.path});

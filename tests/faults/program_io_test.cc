@@ -22,16 +22,11 @@
 namespace {
 
 using cli::CaptureForTests;
+using cli::Content;
 using cli::kMillisecond;
 using test::ChildResult;
 using test::kA;
 using test::RunInChild;
-
-std::string Content(const std::string& path) {
-  std::ostringstream content;
-  content << std::ifstream(path, std::ios::binary).rdbuf();
-  return content.str();
-}
 
 // The records of a text that is made of whole lines.
 size_t WholeRecords(const std::string& text) {
