@@ -5,7 +5,9 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <utility>
 
+#include "dns-parser/entry_store.h"
 #include "host/parser_flow.h"
 #include "host/timestamp.h"
 
@@ -47,4 +49,5 @@ struct std::less<DnsQueryID> {
   }
 };
 
-using QueryTable = std::map<DnsQueryID, DnsQuery>;
+using QueryTable =
+    std::map<DnsQueryID, DnsQuery, std::less<DnsQueryID>, EntryAllocator<std::pair<const DnsQueryID, DnsQuery>>>;

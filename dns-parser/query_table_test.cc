@@ -196,6 +196,11 @@ TEST_CASE("queries are copied member by member") {
   CHECK(copy.dnssec_ok);
 }
 
-TEST_CASE("the table is a standard ordered map") {
-  static_assert(std::is_same_v<decltype(DNSParser::open_queries), std::map<DnsQueryID, DnsQuery>>);
+TEST_CASE("the table is a standard ordered map, laid out like any other") {
+  using Table = decltype(DNSParser::open_queries);
+  using Plain = std::map<DnsQueryID, DnsQuery>;
+  static_assert(
+      std::is_same_v<Table, std::map<DnsQueryID, DnsQuery, std::less<DnsQueryID>, Table::allocator_type>>);
+  static_assert(std::is_empty_v<Table::allocator_type>);
+  static_assert(sizeof(Table) == sizeof(Plain));
 }
