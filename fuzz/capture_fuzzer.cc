@@ -111,13 +111,13 @@ bool IsPlain(std::string_view file) {
 // In pieces of some size, so that records begin in one and end in another.
 void CompareWithStream(std::string_view file, const std::string& path) {
   const auto source = capture::OpenFile(path, 0);
-  const test::Captured mapped = test::ReadAll(source.get());
+  const test::Captured plain = test::ReadAll(source.get());
   auto stream = std::make_unique<test::PiecewiseStream>(std::string(file), 1 + file.size() % 61);
-  capture::FileReader reader(path, 0, std::make_unique<capture::StreamInput>(std::move(stream)));
+  capture::FileReader reader(path, 0, std::move(stream));
   const test::Captured streamed = test::ReadAll(&reader);
-  Must(streamed.frames == mapped.frames, "a stream holds the frames of its file");
-  Must(streamed.problems == mapped.problems, "a stream has the problems of its file");
-  for (const test::CapturedFrame& frame : mapped.frames) {
+  Must(streamed.frames == plain.frames, "a stream holds the frames of its file");
+  Must(streamed.problems == plain.problems, "a stream has the problems of its file");
+  for (const test::CapturedFrame& frame : plain.frames) {
     Must(frame.offset < file.size(), "a frame lies inside its file");
   }
 }

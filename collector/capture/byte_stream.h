@@ -28,7 +28,8 @@ class ByteStream {
 // What a file descriptor gives: a file, a pipe. Owns it.
 class DescriptorStream final : public ByteStream {
  public:
-  DescriptorStream(int owned_descriptor, uint64_t file_size) : descriptor(owned_descriptor), total(file_size) {}
+  // `file_size` bytes are read, what the file grows by meanwhile is left; 0 for as many as there are.
+  DescriptorStream(int owned_descriptor, uint64_t file_size);
   ~DescriptorStream() override;
   DescriptorStream(const DescriptorStream&) = delete;
   DescriptorStream& operator=(const DescriptorStream&) = delete;
@@ -41,6 +42,7 @@ class DescriptorStream final : public ByteStream {
  private:
   int descriptor;
   int error = 0;  // errno of the read that failed
+  bool ended = false;
   uint64_t bytes_read = 0;
   uint64_t total;
 };

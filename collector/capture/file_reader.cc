@@ -15,7 +15,7 @@ constexpr size_t kBatchSize = 64;
 
 }  // namespace
 
-FileReader::FileReader(std::string name, uint32_t number, std::unique_ptr<Input> bytes)
+FileReader::FileReader(std::string name, uint32_t number, std::unique_ptr<ByteStream> bytes)
     : file(std::move(name)), source(number), input(std::move(bytes)) {
   batch.reserve(kBatchSize);
 }
@@ -51,8 +51,6 @@ bool FileReader::Recognise() {
 
 void FileReader::ReadBatch() {
   const Record last = TakeRecords();
-  if (input->Shrank()) HandleShrinking(last);
-  if (ended) return;
   if (last.kind == Record::Kind::kCorrupt) return Fail(format->RecordBegin(), format->Problem());
   const bool waiting = last.kind == Record::Kind::kIncomplete || passing > 0;
   if (!waiting || !batch.empty()) return;
@@ -84,19 +82,6 @@ Record FileReader::TakeRecords() {
   return record;
 }
 
-// What lies behind the file's new end read as zeros. Frames from there are taken back; if anything was made of
-// them, the reading ends here.
-void FileReader::HandleShrinking(const Record& last) {
-  const uint8_t* end = input->TrueEnd();
-  uint64_t good_until = position;
-  const bool went_too_far = input->Bytes().data() > end;
-  while (!batch.empty() && batch.back().data + batch.back().captured > end) {
-    good_until = batch.back().offset;
-    batch.pop_back();
-  }
-  if (went_too_far || last.kind == Record::Kind::kCorrupt) Fail(good_until, input->Damage());
-}
-
 void FileReader::HandleEndOfInput() {
   const bool inside_record = !input->Bytes().empty() || format->RecordBegin() != position;
   if (const std::string damage = input->Damage(); !damage.empty()) {
@@ -119,7 +104,7 @@ void FileReader::FailAsAWhole(const std::string& what) {
 
 // Many files may wait for their turn in a merge; those that are through hold nothing any more.
 void FileReader::Close() {
-  if (input == nullptr) return;
+  if (!input) return;
   bytes_read = input->BytesRead();
   bytes_total = input->BytesTotal();
   input.reset();

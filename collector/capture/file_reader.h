@@ -2,13 +2,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <vector>
 
-#include "collector/capture/input.h"
 #include "collector/capture/record_format.h"
 #include "collector/capture/source.h"
+#include "collector/capture/stream_input.h"
 
 namespace capture {
 
@@ -16,7 +17,7 @@ namespace capture {
 class FileReader final : public Source {
  public:
   // `name` stands in front of problems. Frames carry `number` as their source.
-  FileReader(std::string name, uint32_t number, std::unique_ptr<Input> bytes);
+  FileReader(std::string name, uint32_t number, std::unique_ptr<ByteStream> bytes);
 
   ReadState Read(std::span<const Frame>* frames) override;
   const std::vector<std::string>& Problems() const override { return problems; }
@@ -27,7 +28,6 @@ class FileReader final : public Source {
   bool Recognise();
   void ReadBatch();
   Record TakeRecords();
-  void HandleShrinking(const Record& last);
   void HandleEndOfInput();
   void Fail(uint64_t offset, const std::string& what);
   void FailAsAWhole(const std::string& what);
@@ -35,7 +35,7 @@ class FileReader final : public Source {
 
   std::string file;
   uint32_t source;
-  std::unique_ptr<Input> input;          // null after the end
+  std::optional<StreamInput> input;      // none after the end
   std::unique_ptr<RecordFormat> format;  // null until the first bytes were seen
   uint64_t position = 0;                 // in the uncompressed file: the next record
   uint64_t passing = 0;                  // bytes of a record without a frame that are still to be passed over

@@ -25,7 +25,7 @@ const std::string kNoCapture = "file: not a capture file (pcap or pcapng, plain 
 Captured ReadDamaged(const std::string& bytes) {
   auto stream = std::make_unique<test::PiecewiseStream>(bytes, 100);
   stream->damage = "disk on fire";
-  capture::FileReader reader("file", 0, std::make_unique<capture::StreamInput>(std::move(stream)));
+  capture::FileReader reader("file", 0, std::move(stream));
   return test::ReadAll(&reader);
 }
 
@@ -69,7 +69,7 @@ TEST_CASE("a stream that fails is reported where the first missing record begins
 
 TEST_CASE("a reader stays at its end") {
   auto stream = std::make_unique<test::PiecewiseStream>(PcapWriter().Frame(0, "x").Bytes());
-  capture::FileReader reader("file", 0, std::make_unique<capture::StreamInput>(std::move(stream)));
+  capture::FileReader reader("file", 0, std::move(stream));
   test::ReadAll(&reader);
   std::span<const capture::Frame> frames;
   CHECK(reader.Read(&frames) == capture::ReadState::kEnd);
@@ -79,7 +79,7 @@ TEST_CASE("a reader stays at its end") {
 
 TEST_CASE("frames carry the number of their file") {
   auto stream = std::make_unique<test::PiecewiseStream>(PcapWriter().Frame(0, "x").Bytes());
-  capture::FileReader reader("file", 7, std::make_unique<capture::StreamInput>(std::move(stream)));
+  capture::FileReader reader("file", 7, std::move(stream));
   CHECK(test::ReadAll(&reader).frames.at(0).source == 7);
 }
 
@@ -87,7 +87,7 @@ TEST_CASE("frames come in batches") {
   PcapWriter writer;
   for (int i = 0; i < 100; ++i) writer.Frame(i, "x");
   auto stream = std::make_unique<test::PiecewiseStream>(writer.Bytes());
-  capture::FileReader reader("file", 0, std::make_unique<capture::StreamInput>(std::move(stream)));
+  capture::FileReader reader("file", 0, std::move(stream));
   std::span<const capture::Frame> frames;
   REQUIRE(reader.Read(&frames) == capture::ReadState::kFrames);
   CHECK(frames.size() == 64);

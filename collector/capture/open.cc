@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <system_error>
@@ -14,9 +15,7 @@
 #include "collector/capture/content.h"
 #include "collector/capture/file_reader.h"
 #include "collector/capture/gzip_stream.h"
-#include "collector/capture/mapped_file.h"
 #include "collector/capture/read_ahead_stream.h"
-#include "collector/capture/stream_input.h"
 #include "collector/capture/waiting_file.h"
 #include "collector/capture/zstd_stream.h"
 
@@ -87,9 +86,10 @@ std::vector<uint8_t> FirstBytes(ByteStream* stream) {
 bool IsCompressed(Content content) { return content == Content::kGzip || content == Content::kZstd; }
 
 // Takes the descriptor.
-std::unique_ptr<Input> OpenStream(int descriptor, const struct stat& status) {
+std::unique_ptr<ByteStream> OpenStream(int descriptor, const struct stat& status) {
   const bool is_file = S_ISREG(status.st_mode);
-  const uint64_t size = is_file ? static_cast<uint64_t>(status.st_size) : 0;
+  const off_t position = is_file ? lseek(descriptor, 0, SEEK_CUR) : 0;
+  const uint64_t size = is_file ? static_cast<uint64_t>(std::max<off_t>(status.st_size - position, 0)) : 0;
   std::unique_ptr<ByteStream> stream = std::make_unique<DescriptorStream>(descriptor, size);
   std::vector<uint8_t> first = FirstBytes(stream.get());
   const Content content = ContentOf(first);
@@ -97,7 +97,7 @@ std::unique_ptr<Input> OpenStream(int descriptor, const struct stat& status) {
   if (content == Content::kGzip) stream = std::make_unique<GzipStream>(std::move(stream));
   if (content == Content::kZstd) stream = std::make_unique<ZstdStream>(std::move(stream));
   if (is_file && IsCompressed(content)) stream = std::make_unique<ReadAheadStream>(std::move(stream));
-  return std::make_unique<StreamInput>(std::move(stream));
+  return stream;
 }
 
 struct Descriptor {
@@ -132,12 +132,8 @@ std::unique_ptr<Source> OpenFile(const std::string& path, uint32_t number) {
     close(descriptor);
     return Failed(name, error);
   }
-  const Content content = ContentOfFile(descriptor, status);
-  if (IsCompressed(content)) return OpenWaiting(name, number, descriptor, status);
-  std::unique_ptr<Input> input;
-  if (content != Content::kUnknown) input = MappedFile::Map(descriptor, static_cast<size_t>(status.st_size));
-  if (input == nullptr) input = OpenStream(descriptor, status);
-  return std::make_unique<FileReader>(name, number, std::move(input));
+  if (ContentOfFile(descriptor, status) != Content::kUnknown) return OpenWaiting(name, number, descriptor, status);
+  return std::make_unique<FileReader>(name, number, OpenStream(descriptor, status));
 }
 
 }  // namespace capture

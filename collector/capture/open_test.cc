@@ -229,14 +229,17 @@ TEST_CASE("more files are opened than the shell's soft limit allows") {
 }
 
 TEST_CASE("a reader that is through holds no file") {
-  const TemporaryFile file(PcapWriter().Frame(0, "x").Bytes());
-  const auto source = capture::OpenFile(file.path, 0);
-  const int while_open = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
-  test::ReadAll(source.get());
-  const int afterwards = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
-  CHECK(afterwards < while_open);
-  close(while_open);
-  close(afterwards);
+  for (const std::string& bytes :
+       {PcapWriter().Bytes(), PcapWriter().Frame(0, "x").Bytes(), Gzip(PcapWriter().Frame(0, "x").Bytes())}) {
+    const TemporaryFile file(bytes);
+    const auto source = capture::OpenFile(file.path, 0);
+    const int while_open = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    test::ReadAll(source.get());
+    const int afterwards = fcntl(STDIN_FILENO, F_DUPFD_CLOEXEC, 3);
+    CHECK(afterwards < while_open);
+    close(while_open);
+    close(afterwards);
+  }
 }
 
 TEST_CASE("an empty file is one problem") {

@@ -22,7 +22,7 @@ struct Record {
   uint64_t length = 0;
 };
 
-// A kind of capture file: cuts its bytes into records, in order. The same for mapped and for streamed bytes.
+// A kind of capture file: cuts its bytes into records, in order.
 class RecordFormat {
  public:
   virtual ~RecordFormat() = default;

@@ -26,7 +26,10 @@ ReadState WaitingFile::ReadFirst(std::span<const Frame>* frames) {
   file = open();
   state = State::kReading;
   const ReadState result = file->Read(frames);
-  if (result != ReadState::kFrames) return result;
+  if (result != ReadState::kFrames) {
+    open = nullptr;  // with what it holds of the file
+    return result;
+  }
   first = frames->front();
   first_bytes.assign(first.data, first.data + first.captured);
   first_bytes.push_back(0);  // the byte behind
@@ -38,7 +41,7 @@ ReadState WaitingFile::ReadFirst(std::span<const Frame>* frames) {
 }
 
 ReadState WaitingFile::ReadOn(std::span<const Frame>* frames) {
-  file = open();
+  file = std::exchange(open, nullptr)();
   state = State::kReading;
   const ReadState result = file->Read(frames);
   const bool same = result == ReadState::kFrames && frames->front().time_ns == first.time_ns &&

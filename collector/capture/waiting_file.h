@@ -11,7 +11,7 @@
 
 namespace capture {
 
-// A file that costs buffers while it is open. A merge of a day's captures looks at the first frame of each and
+// A file, which costs buffers while it is open. A merge of a day's captures looks at the first frame of each and
 // comes back to most of them much later; so the file is closed behind its first frame and opened again for the
 // second.
 class WaitingFile final : public Source {

@@ -25,8 +25,7 @@ using test::PcapWriter;
 using Lines = std::vector<std::string>;
 
 std::unique_ptr<Source> Reader(const std::string& bytes) {
-  return std::make_unique<capture::FileReader>(
-      "file", 0, std::make_unique<capture::StreamInput>(std::make_unique<test::PiecewiseStream>(bytes)));
+  return std::make_unique<capture::FileReader>("file", 0, std::make_unique<test::PiecewiseStream>(bytes));
 }
 
 // Opens each of these contents in turn, and the last one again and again. Counts the sources that are open.

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <span>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -13,7 +14,6 @@
 #include "collector/capture/byte_stream.h"
 #include "collector/capture/file_reader.h"
 #include "collector/capture/source.h"
-#include "collector/capture/stream_input.h"
 
 // What a source delivers, copied, for tests to compare.
 namespace test {
@@ -54,17 +54,20 @@ inline CapturedFrame Copy(const capture::Frame& frame) {
   return {frame.time_ns, std::move(bytes), frame.wire, frame.offset, frame.source, frame.link_type};
 }
 
-// Reads to the end. All frames of a batch are copied after the whole batch was delivered.
-inline Captured ReadAll(capture::Source* source) {
+// Reads some batches, fewer at the end. All frames of a batch are copied after the whole batch was delivered.
+inline Captured ReadSome(capture::Source* source, size_t batches) {
   Captured captured;
   std::span<const capture::Frame> frames;
-  while (source->Read(&frames) == capture::ReadState::kFrames) {
+  for (; batches > 0 && source->Read(&frames) == capture::ReadState::kFrames; --batches) {
     if (frames.empty()) throw std::logic_error("a batch without frames");
     for (const capture::Frame& frame : frames) captured.frames.push_back(Copy(frame));
   }
   captured.problems = source->Problems();
   return captured;
 }
+
+// Reads to the end.
+inline Captured ReadAll(capture::Source* source) { return ReadSome(source, SIZE_MAX); }
 
 // Bytes in memory that arrive in pieces: of `piece` bytes each, the first one of `first`.
 class PiecewiseStream final : public capture::ByteStream {
@@ -95,7 +98,7 @@ class PiecewiseStream final : public capture::ByteStream {
 // Reads a capture, given as bytes, through a stream. Problems begin with "file:".
 inline Captured ReadBytes(std::string bytes, size_t piece = SIZE_MAX, size_t first = 0) {
   auto stream = std::make_unique<PiecewiseStream>(std::move(bytes), piece, first);
-  capture::FileReader reader("file", 0, std::make_unique<capture::StreamInput>(std::move(stream)));
+  capture::FileReader reader("file", 0, std::move(stream));
   return ReadAll(&reader);
 }
 
