@@ -4,10 +4,12 @@
 #include <doctest/doctest.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -35,7 +37,7 @@ class LiveRun {
     arguments.insert(arguments.end(), more.begin(), more.end());
     child = fork();
     if (child != 0) return;
-    freopen(messages.path.c_str(), "w", stderr);
+    if (std::freopen(messages.path.c_str(), "w", stderr) == nullptr) _exit(99);
     ExecProgram(arguments);
   }
   ~LiveRun() {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -59,7 +60,7 @@ class Held {
     if (process == 0) {
       dup2(in[0], STDIN_FILENO);
       dup2(out[1], STDOUT_FILENO);
-      freopen(messages.path.c_str(), "w", stderr);
+      if (std::freopen(messages.path.c_str(), "w", stderr) == nullptr) _exit(99);
       for (const int number : {SIGBUS, SIGSEGV}) signal(number, SIG_DFL);
       setenv("ASAN_OPTIONS", "handle_segv=0:handle_sigbus=0", 1);  // a sanitizer would have the last word
       cli::ExecProgram(arguments);
