@@ -1,6 +1,5 @@
 #include "collector/capture/byte_stream.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -11,12 +10,6 @@
 #include "collector/capture/stop.h"
 
 namespace capture {
-
-// Reading ahead is a matter of speed: a refusal changes nothing else.
-DescriptorStream::DescriptorStream(int owned_descriptor, uint64_t file_size)
-    : descriptor(owned_descriptor), total(file_size) {
-  if (total > 0) posix_fadvise(descriptor, 0, 0, POSIX_FADV_SEQUENTIAL);
-}
 
 DescriptorStream::~DescriptorStream() { close(descriptor); }
 

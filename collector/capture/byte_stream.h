@@ -29,7 +29,7 @@ class ByteStream {
 class DescriptorStream final : public ByteStream {
  public:
   // `file_size` bytes are read, what the file grows by meanwhile is left; 0 for as many as there are.
-  DescriptorStream(int owned_descriptor, uint64_t file_size);
+  DescriptorStream(int owned_descriptor, uint64_t file_size) : descriptor(owned_descriptor), total(file_size) {}
   ~DescriptorStream() override;
   DescriptorStream(const DescriptorStream&) = delete;
   DescriptorStream& operator=(const DescriptorStream&) = delete;
