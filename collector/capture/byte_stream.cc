@@ -14,8 +14,12 @@ namespace capture {
 DescriptorStream::~DescriptorStream() { close(descriptor); }
 
 size_t DescriptorStream::Read(uint8_t* buffer, size_t size) {
-  if (total > 0) size = std::min<uint64_t>(size, total - bytes_read);
-  if (size == 0 || error != 0 || !WaitForInput(descriptor)) return 0;
+  if (error != 0) return 0;
+  if (total > 0) {
+    size = std::min<uint64_t>(size, total - bytes_read);
+  } else if (!WaitForInput(descriptor)) {
+    return 0;
+  }
   ssize_t count = 0;
   do {
     count = read(descriptor, buffer, size);

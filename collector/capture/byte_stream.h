@@ -28,7 +28,8 @@ class ByteStream {
 // What a file descriptor gives: a file, a pipe. Owns it.
 class DescriptorStream final : public ByteStream {
  public:
-  // `file_size` bytes are read, what the file grows by meanwhile is left; 0 for as many as there are.
+  // `file_size` bytes are read, what the file grows by meanwhile is left. 0: as many as there are, and waiting for
+  // them ends when reading is stopped; a file has nothing to wait for.
   DescriptorStream(int owned_descriptor, uint64_t file_size) : descriptor(owned_descriptor), total(file_size) {}
   ~DescriptorStream() override;
   DescriptorStream(const DescriptorStream&) = delete;

@@ -2,8 +2,9 @@
 
 namespace capture {
 
-// Ends all waiting for input, in every thread, now and from now on: pipes and compressed streams are at their end
-// where they stand. Whoever stops knows that what then looks like a cut-off file is none. Safe in a signal handler.
+// Ends all waiting for input, in every thread, now and from now on: pipes are at their end where they stand, and
+// whoever stops knows that what then looks like a cut-off file is none. Files, which nobody waits for, can be read
+// on. Safe in a signal handler.
 void StopReading();
 
 // Takes it back, for tests.

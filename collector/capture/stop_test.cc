@@ -1,11 +1,13 @@
 #include "collector/capture/stop.h"
 
 #include <doctest/doctest.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <thread>
 
 #include "collector/capture/byte_stream.h"
+#include "tests/support/temporary_file.h"
 
 namespace capture {
 namespace {
@@ -42,6 +44,17 @@ TEST_CASE("bytes that are there are not read once reading is stopped") {
   ResumeReading();
   CHECK(stream.Read(&byte, 1) == 1);
   CHECK(byte == 'b');
+}
+
+TEST_CASE("a file can be read to its end although reading is stopped") {
+  const test::TemporaryFile file("ab");
+  DescriptorStream stream(open(file.path.c_str(), O_RDONLY | O_CLOEXEC), 2);
+  StopReading();
+  uint8_t bytes[3];
+  CHECK(stream.Read(bytes, sizeof bytes) == 2);
+  CHECK(stream.Read(bytes, sizeof bytes) == 0);
+  CHECK(stream.Damage() == "");
+  ResumeReading();
 }
 
 TEST_CASE("waiting ends at the end of a pipe and at a descriptor that is none") {
