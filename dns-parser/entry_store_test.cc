@@ -1,6 +1,7 @@
 #include "dns-parser/entry_store.h"
 
 #include <doctest/doctest.h>
+#include <linux/mman.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -8,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <set>
 #include <vector>
@@ -73,6 +75,14 @@ long Resident(const void* entry) {
          static_cast<long>(small_page);
 }
 
+bool MakesLargePages() {
+  void* page = std::aligned_alloc(kLargePage, kLargePage);
+  std::memset(page, 1, 1);
+  const bool made = madvise(page, kLargePage, MADV_HUGEPAGE) == 0 && madvise(page, kLargePage, MADV_COLLAPSE) == 0;
+  std::free(page);
+  return made;
+}
+
 }  // namespace
 
 TEST_CASE("the entry given back last is the next one taken") {
@@ -91,6 +101,29 @@ TEST_CASE("a few entries take little memory") {
   for (void* entry : entries) std::memset(entry, 1, kEntry);
   CHECK(Resident(entries[0]) >= static_cast<long>(100 * kEntry));
   CHECK(Resident(entries[0]) <= 65536);
+  GiveAll(&store, entries);
+}
+
+TEST_CASE("entries take no more than half their size on top, however many there are") {
+  constexpr size_t kTaken = 192;  // of three cache lines
+  for (const size_t count : {1000, 5000, 8000, 8192, 10'000}) {
+    CAPTURE(count);
+    EntryStore store(kEntry);
+    const std::vector<void*> entries = TakeMany(&store, count);
+    for (void* entry : entries) std::memset(entry, 1, kEntry);
+    CHECK(Resident(entries[0]) <= static_cast<long>(count * kTaken * 3 / 2));
+    GiveAll(&store, entries);
+  }
+}
+
+TEST_CASE("a page that is well used becomes a large one") {
+  if (!MakesLargePages()) {
+    MESSAGE("skipped: this kernel makes no large pages when it is asked to");
+    return;
+  }
+  EntryStore store(kEntry);
+  const std::vector<void*> entries = TakeMany(&store, 9000);
+  CHECK(Resident(entries[0]) == static_cast<long>(kLargePage));
   GiveAll(&store, entries);
 }
 

@@ -1,6 +1,6 @@
 """Reads captures of 100,000 exchanges and of ten and a hundred times as many, as files and from standard input, and
-tells what an exchange costs and what memory the program holds beside the mapped file. The longest capture takes 2 GB
-in build/bench while this runs."""
+tells what an exchange costs and what memory the program holds. The longest capture takes 2 GB in build/bench while
+this runs."""
 
 import argparse
 import dataclasses
@@ -31,7 +31,7 @@ class Watched:
 
 
 def memory(pid):
-    """MiB that the process has for itself: mapped files do not count."""
+    """MiB that the process has for itself: the program and its libraries do not count."""
     try:
         with open(f"/proc/{pid}/status") as status:
             return sum(int(line.split()[1]) for line in status if line.startswith(("RssAnon", "RssShmem"))) / 1024
