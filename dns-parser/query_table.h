@@ -5,7 +5,6 @@
 #include <functional>
 #include <map>
 #include <string>
-#include <utility>
 
 #include "dns-parser/entry_store.h"
 #include "host/parser_flow.h"
@@ -49,5 +48,7 @@ struct std::less<DnsQueryID> {
   }
 };
 
+// As any std::map of these, in order and in layout, but for where its entries live.
+using PlainQueryTable = std::map<DnsQueryID, DnsQuery>;
 using QueryTable =
-    std::map<DnsQueryID, DnsQuery, std::less<DnsQueryID>, EntryAllocator<std::pair<const DnsQueryID, DnsQuery>>>;
+    std::map<DnsQueryID, DnsQuery, PlainQueryTable::key_compare, EntryAllocator<PlainQueryTable::value_type>>;
