@@ -27,8 +27,14 @@ void AppendSeparator(std::string* summary) {
 }
 
 void AppendEntry(std::string* summary, const std::string& owner, std::string_view data) {
-  summary->reserve(summary->size() + owner.size() + data.size() + 6);
-  summary->append("[").append(owner).append(" => ").append(data).append("]");
+  constexpr std::string_view kArrow = " => ";
+  const size_t end = summary->size();
+  summary->append(owner.size() + data.size() + kArrow.size() + 2, '[');
+  char* out = summary->data() + end + 1;
+  out += owner.copy(out, owner.size());
+  out += kArrow.copy(out, kArrow.size());
+  out += data.copy(out, data.size());
+  *out = ']';
 }
 
 // "192.0.2.1"

@@ -9,13 +9,12 @@
 #include "dns-parser/dns_header.h"
 #include "dns-parser/labels.h"
 #include "dns-parser/query_table.h"
+#include "dns-parser/record_strings.h"
 #include "dns-parser/recycling.h"
 #include "host/metrics.h"
 #include "host/protocol_parser.h"
 #include "host/timestamp.h"
 #include "iovec/iovec.h"
-
-class ExtendedEndRequest;
 
 // What a decoder returns.
 inline constexpr int kDecoded = 0;
@@ -116,7 +115,7 @@ class DNSParser : public ITimedProtocolParser {
 
   LabelCache labels;
   EntryPool<QueryTable> spare_queries{1024};
-  EntryPool<std::map<std::string, std::string>> spare_strings{8};
+  RecordStrings record_strings;
 
  private:
   struct Incoming;  // a message being handled
@@ -155,9 +154,7 @@ class DNSParser : public ITimedProtocolParser {
   void ReportMalformed(const Incoming& response, QueryTable::iterator entry);
   void Report(const Incoming& response, const DnsHeader& header, QueryTable::iterator entry,
               const Findings& findings);
-  void AttachDetails(const DnsQuery& query, int rrsig_count, ExtendedEndRequest* record);
-  void AttachString(ExtendedEndRequest* record, const char* key, std::string_view value);
-  void DetachStrings(ExtendedEndRequest* record);
+  void SetDetails(const DnsQuery& query, int rrsig_count);
   void Forget(QueryTable::iterator entry);
   void Retire(QueryTable::node_type&& entry);  // keeps its memory for another query
 

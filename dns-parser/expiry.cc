@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <iterator>
+#include <optional>
 #include <utility>
 
 #include "dns-parser/dns_parser.h"
@@ -57,12 +58,17 @@ void DNSParser::Expire(QueryTable::iterator entry) {
   record.bytes_request = query.request_bytes;
   record.result_code = kResultTimedOut;
   record.num_errors = 1;
-  if (exports->want_extended_details() && !query.names.empty()) AttachString(&record, "Names", query.names);
+  std::optional<RecordStrings::Loan> strings;
+  if (exports->want_extended_details()) {
+    record_strings.Set(RecordStrings::kNames, query.names);
+    record_strings.Set(RecordStrings::kNumRrsigRecords, "");
+    record_strings.Set(RecordStrings::kResponse, "");
+    strings.emplace(&record_strings, &record);
+  }
 
   request_sink->OnEndRequest(&record);
   Forget(entry);
   ++timed_out_requests;
-  DetachStrings(&record);
 }
 
 const char* DNSParser::GetHealthEvent() {

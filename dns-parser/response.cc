@@ -1,8 +1,8 @@
 // The response side: a response is paired with its open query, measured, reported and the query forgotten.
 
 #include <cstdio>
+#include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 
 #include "dns-parser/dns_parser.h"
@@ -153,36 +153,22 @@ void DNSParser::Report(const Incoming& response, const DnsHeader& header, QueryT
   Describe(&record, query, response.flow, response.time, response.nominal_len);
   record.result_code = header.rcode;
   record.num_errors = header.rcode != 0 ? 1 : 0;
-  if (exports->want_extended_details()) AttachDetails(query, findings.rrsig_count, &record);
+  std::optional<RecordStrings::Loan> strings;
+  if (exports->want_extended_details()) {
+    SetDetails(query, findings.rrsig_count);
+    strings.emplace(&record_strings, &record);
+  }
   request_sink->OnEndRequest(&record);
   Forget(entry);
-  DetachStrings(&record);
 }
 
-void DNSParser::AttachDetails(const DnsQuery& query, int rrsig_count, ExtendedEndRequest* record) {
-  if (!query.names.empty()) AttachString(record, "Names", query.names);
-  if (!texts.summary.empty()) AttachString(record, "Response", texts.summary);
+void DNSParser::SetDetails(const DnsQuery& query, int rrsig_count) {
+  char count[12] = "";
   // A query that asked for DNSSEC is told "0" explicitly.
-  if (rrsig_count == 0 && !query.dnssec_ok) return;
-  char count[12];
-  std::snprintf(count, sizeof count, "%d", rrsig_count);
-  AttachString(record, "NumRRSIGRecords", count);
-}
-
-void DNSParser::AttachString(ExtendedEndRequest* record, const char* key, std::string_view value) {
-  auto entry = spare_strings.Take();
-  entry.key() = key;
-  entry.mapped() = value;
-  record->strings.insert(record->strings.end(), std::move(entry));
-}
-
-// Takes the strings back out of a record that has been delivered.
-void DNSParser::DetachStrings(ExtendedEndRequest* record) {
-  while (!record->strings.empty()) {
-    auto entry = record->strings.extract(record->strings.begin());
-    Recycle(&entry.mapped());
-    spare_strings.Give(std::move(entry));
-  }
+  if (rrsig_count != 0 || query.dnssec_ok) std::snprintf(count, sizeof count, "%d", rrsig_count);
+  record_strings.Set(RecordStrings::kNames, query.names);
+  record_strings.Set(RecordStrings::kNumRrsigRecords, count);
+  record_strings.Set(RecordStrings::kResponse, texts.summary);
 }
 
 void DNSParser::Forget(QueryTable::iterator entry) { Retire(open_queries.extract(entry)); }

@@ -40,9 +40,11 @@ enum class TraceSite : int {
 // The level is read anew each time: the host may change it whenever it likes.
 inline bool LogEnabled(const CollectorExports& host, int level) { return *host.log_level >= level; }
 
-inline bool TraceEnabled(const CollectorExports& host) {
-  return LogEnabled(host, kLogTrace) && host.is_debug_enabled(kTraceFile);
+// Apart, so that the question that every message asks is one comparison in place.
+[[gnu::cold, gnu::noinline]] inline bool FileTraced(const CollectorExports& host) {
+  return host.is_debug_enabled(kTraceFile);
 }
+inline bool TraceEnabled(const CollectorExports& host) { return LogEnabled(host, kLogTrace) && FileTraced(host); }
 
 // For members of DNSParser, whose `exports` they use. The compiler checks arguments against the format.
 #define DNS_LOG(level, format, ...)                                            \
