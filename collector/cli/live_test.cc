@@ -46,14 +46,18 @@ class LiveRun {
   LiveRun(const LiveRun&) = delete;
   LiveRun& operator=(const LiveRun&) = delete;
 
-  // Exchanges are repeated until the first is seen: nobody tells when the interface is being watched.
-  bool Watches(const Endpoint& client, const Endpoint& server) const {
+  // Sends a query that nobody answers.
+  void Ask(const test::Name& name) const { client.Send(server, test::Query(9).Question(name, test::kA)); }
+
+  // Sends an exchange again and again until its record is there: nobody tells when an interface is being watched.
+  bool Sees(const std::string& name, uint16_t type = test::kA) const {
     return WaitFor([&] {
-      client.Send(server, test::Query(1).Question("ready.example", test::kA));
-      server.Send(client, test::Response(1).Question("ready.example", test::kA));
-      return !Records().empty();
+      client.Send(server, test::Query(7).Question(test::Name(name), type));
+      server.Send(client, test::Response(7).Question(test::Name(name), type));
+      return Shows(name, "answered");
     });
   }
+  bool Watches() const { return Sees("ready.example"); }
 
   std::vector<nlohmann::json> Records() const { return JsonLines(Content(records.path)); }
   std::string Messages() const { return Content(messages.path); }
@@ -81,6 +85,8 @@ class LiveRun {
 
  private:
   test::TemporaryFile messages;
+  Endpoint client{40000};
+  Endpoint server{53};
   pid_t child;
 };
 
@@ -108,12 +114,9 @@ test::Bytes QueryFrame(unsigned id, const test::Name& name) {
 TEST_CASE("a live run reports an exchange within a second or so") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run;
-          if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, test::Query(7).Question("live.example", test::kAaaa));
-          server.Send(client, test::Response(7).Question("live.example", test::kAaaa));
-          if (!WaitFor([&] { return run.Shows("live.example", "answered"); })) return "the exchange was not seen";
+          if (!run.Watches()) return "nothing was seen";
+          if (!run.Sees("live.example", test::kAaaa)) return "the exchange was not seen";
           return run.Stop() == 0 ? "" : "SIGTERM is not its ordinary end";
         }) == "");
 }
@@ -121,10 +124,9 @@ TEST_CASE("a live run reports an exchange within a second or so") {
 TEST_CASE("on a silent wire a query still times out") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run({"--set", "request_timeout_s=1"});
-          if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, test::Query(8).Question("nobody.example", test::kA));
+          if (!run.Watches()) return "nothing was seen";
+          run.Ask("nobody.example");
           return WaitFor([&] { return run.Shows("nobody.example", "timeout"); }) ? "" : "it never timed out";
         }) == "");
 }
@@ -132,10 +134,9 @@ TEST_CASE("on a silent wire a query still times out") {
 TEST_CASE("a live run that is ended reports what is open") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run({"--set", "request_timeout_s=1000"});
-          if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, test::Query(9).Question("open.example", test::kA));
+          if (!run.Watches()) return "nothing was seen";
+          run.Ask("open.example");
           std::this_thread::sleep_for(milliseconds(500));
           if (run.Stop(SIGINT) != 0) return "SIGINT is not its ordinary end";
           if (!run.Shows("open.example", "open")) return "the open query was not reported";
@@ -146,17 +147,14 @@ TEST_CASE("a live run that is ended reports what is open") {
 TEST_CASE("a run whose interface goes down says so, and goes on when it is up again") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run;
-          if (!run.Watches(client, server)) return "nothing was seen";
+          if (!run.Watches()) return "nothing was seen";
           test::SetLoopback(0);
           if (!run.WaitToSay("dnspair: lo: the interface is down; nothing is seen until it is up again\n"))
             return "nothing is said of an interface that is down";
           test::SetLoopback(IFF_UP | IFF_RUNNING);
           if (!run.WaitToSay("dnspair: lo: the interface is up again\n")) return "nothing is said of its return";
-          client.Send(server, test::Query(7).Question("later.example", test::kA));
-          server.Send(client, test::Response(7).Question("later.example", test::kA));
-          if (!WaitFor([&] { return run.Shows("later.example", "answered"); })) return "nothing is seen any more";
+          if (!run.Sees("later.example")) return "nothing is seen any more";
           return run.Stop() == 0 ? "" : "SIGTERM is not its ordinary end";
         }) == "");
 }
@@ -165,14 +163,11 @@ TEST_CASE("an interface that is removed is named at once, and the others are sti
   if (!MayEnterNetwork()) return;
   CheckUnlessSkipped(InNetwork([]() -> std::string {
     if (!test::AddInterface("gone0")) return kNoSecondInterface;
-    const Endpoint client(40000), server(53);
     LiveRun run({"-i", "gone0"});
-    if (!run.Watches(client, server)) return "nothing was seen";
+    if (!run.Watches()) return "nothing was seen";
     test::RemoveInterface("gone0");
     if (!run.WaitToSay("dnspair: gone0: ")) return "nothing is said of it";
-    client.Send(server, test::Query(7).Question("later.example", test::kA));
-    server.Send(client, test::Response(7).Question("later.example", test::kA));
-    if (!WaitFor([&] { return run.Shows("later.example", "answered"); })) return "nothing is seen any more";
+    if (!run.Sees("later.example")) return "nothing is seen any more";
     if (run.Stop() != 1) return "nothing is said of it in the end";
     return run.Messages().find("lost       1 inputs\n") != std::string::npos ? "" : run.Messages();
   }));
@@ -185,20 +180,14 @@ TEST_CASE("what comes faster than a run can take is dropped, counted and told, a
     const test::RawSocket far("near0far");
     const test::TemporaryFile account;
     LiveRun run({"-i", "near0", "--buffer", "1", "--account", account.path, "--set", "request_timeout_s=1000"});
-    const Endpoint client(40000), server(53);
-    if (!run.Watches(client, server)) return "nothing was seen";
+    if (!run.Watches()) return "nothing was seen";
     // While nobody takes anything out of it, a buffer of a MiB holds less than this.
     constexpr int kFlood = 20000;
     run.Signal(SIGSTOP);
     const test::Bytes query = QueryFrame(7, "flood.example");
     for (int i = 0; i < kFlood; ++i) far.Send(query);
     run.Signal(SIGCONT);
-    const bool goes_on = WaitFor([&] {
-      client.Send(server, test::Query(9).Question("after.example", test::kA));
-      server.Send(client, test::Response(9).Question("after.example", test::kA));
-      return run.Shows("after.example", "answered");
-    });
-    if (!goes_on) return "nothing is seen any more";
+    if (!run.Sees("after.example")) return "nothing is seen any more";
     if (run.Stop() != 0) return "SIGTERM is not its ordinary end";
     const auto json = nlohmann::json::parse(Content(account.path));
     if (json["adds_up"] != true) return "it does not add up";
@@ -226,9 +215,8 @@ TEST_CASE("an interface that is down from the start is named, with what helps") 
 TEST_CASE("a run that is killed leaves whole lines") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run;
-          if (!run.Watches(client, server)) return "nothing was seen";
+          if (!run.Watches()) return "nothing was seen";
           run.Stop(SIGKILL);
           return Content(run.records.path).ends_with("}\n") ? "" : "half a line";
         }) == "");
@@ -237,10 +225,9 @@ TEST_CASE("a run that is killed leaves whole lines") {
 TEST_CASE("SIGUSR1 shows an account that adds up") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run({"--set", "request_timeout_s=1000"});
-          if (!run.Watches(client, server)) return "nothing was seen";
-          client.Send(server, test::Query(9).Question("open.example", test::kA));
+          if (!run.Watches()) return "nothing was seen";
+          run.Ask("open.example");
           const auto tells = [&] {
             run.Signal(SIGUSR1);
             return run.Messages().find("1 waiting") != std::string::npos;
@@ -253,16 +240,13 @@ TEST_CASE("SIGUSR1 shows an account that adds up") {
 TEST_CASE("SIGHUP opens a file again that was moved away") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run;
-          if (!run.Watches(client, server)) return "nothing was seen";
+          if (!run.Watches()) return "nothing was seen";
           const std::string moved = run.records.path + ".1";
           std::rename(run.records.path.c_str(), moved.c_str());
           run.Signal(SIGHUP);
           if (!WaitFor([&] { return access(run.records.path.c_str(), F_OK) == 0; })) return "no new file";
-          client.Send(server, test::Query(7).Question("later.example", test::kA));
-          server.Send(client, test::Response(7).Question("later.example", test::kA));
-          const bool later = WaitFor([&] { return run.Shows("later.example", "answered"); });
+          const bool later = run.Sees("later.example");
           const bool kept = Content(moved).find("ready.example") != std::string::npos;
           std::remove(moved.c_str());
           return later && kept ? "" : "records went to the wrong file";
@@ -272,7 +256,6 @@ TEST_CASE("SIGHUP opens a file again that was moved away") {
 TEST_CASE("files end by the clock, on a silent wire too") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           const std::string folder = test::TemporaryFile("").path + ".d";
           mkdir(folder.c_str(), 0755);
           const auto files = [&] {
@@ -302,7 +285,6 @@ TEST_CASE("files end by the clock, on a silent wire too") {
 TEST_CASE("SIGHUP and the end of a run make files whole") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           const std::string name = test::TemporaryFile("").path;
           const std::string first = name + ".json";
           const std::string second = name + "-1.json";
@@ -325,9 +307,8 @@ TEST_CASE("SIGHUP and the end of a run make files whole") {
 TEST_CASE("a live run can give up its privileges before the first packet") {
   if (!MayEnterNetwork()) return;
   CHECK(InNetwork([]() -> std::string {
-          const Endpoint client(40000), server(53);
           LiveRun run({"-Z", "nobody"});
-          return run.Watches(client, server) ? "" : "nothing was seen: " + run.Messages();
+          return run.Watches() ? "" : "nothing was seen: " + run.Messages();
         }) == "");
 }
 
