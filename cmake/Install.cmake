@@ -6,8 +6,9 @@ install(TARGETS dns-parser LIBRARY DESTINATION ${DNSPAIR_PLUGIN_DIR})
 install(DIRECTORY host DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/dnspair FILES_MATCHING PATTERN "*.h")
 configure_file(cmake/dnspair.pc.in dnspair.pc @ONLY)
 install(FILES ${CMAKE_BINARY_DIR}/dnspair.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
-install(FILES README.md docs/architecture.md docs/pairing.md docs/records.md docs/records.schema.json
-        DESTINATION ${CMAKE_INSTALL_DOCDIR})
+# They lie to each other as in the tree, so that their links hold.
+install(FILES README.md DESTINATION ${CMAKE_INSTALL_DOCDIR})
+install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DOCDIR} FILES_MATCHING PATTERN "*.md" PATTERN "*.json" PATTERN man EXCLUDE)
 
 if(DNSPAIR_HOST)
   install(TARGETS dnspair RUNTIME)
