@@ -4,6 +4,7 @@
 
 #include "collector/cli/program_for_tests.h"
 #include "collector/cli/run.h"
+#include "collector/output/columns.h"
 
 using test::ChildResult;
 
@@ -29,14 +30,15 @@ TEST_CASE("wrong usage is one line, a hint and exit code 2") {
   CheckRefused({"read", "x", "--port", "0"}, "--port: Value 0 not in range 1 to 65535", "dnspair read");
   CheckRefused({"read", "x", "--set", "key"}, "--set: 'key' is not KEY=VALUE", "dnspair read");
   CheckRefused({"read", "x", "--set", "=value"}, "--set: '=value' is not KEY=VALUE", "dnspair read");
-  CheckRefused({"read", "x", "--columns", "a"}, "--columns: there is no column 'a'", "dnspair read");
+  CheckRefused({"read", "x", "--columns", "a"}, "--columns: " + output::UnknownColumn("a"), "dnspair read");
   CheckRefused({"read", "x", "--columns", "qname", "--format", "ecs"},
                "--columns: the format ecs has fields of its own", "dnspair read");
   CheckRefused({"read", "x", "--mask-clients", "24"},
                "--mask-clients: '24' is not a length for IPv4 and one for IPv6, such as 24,48", "dnspair read");
   CheckRefused({"read", "x", "--mask-clients", "24,48", "-v"},
                "--mask-clients: the plug-in's log (--verbose) would show them", "dnspair read");
-  CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': there is no column 'a'", "dnspair read");
+  CheckRefused({"read", "x", "--where", "a=b"}, "--where: condition 'a=b': " + output::UnknownColumn("a"),
+               "dnspair read");
   CheckRefused({"live"}, "--interface is required", "dnspair live");
   CheckRefused({"live", "-i", "lo", "--top", "--format", "json"},
                "--top shows a screen and no records; --format and --columns need a file for them: -o FILE",

@@ -201,13 +201,23 @@ const Column* FindColumn(std::string_view name) {
   return found == std::end(kColumns) ? nullptr : found;
 }
 
+std::string UnknownColumn(std::string_view name) {
+  std::string problem = "there is no column '" + std::string(name) + "' (only";
+  const char* separator = " ";
+  for (const Column& column : kColumns) {
+    problem.append(separator).append(column.name);
+    separator = ", ";
+  }
+  return problem + ")";
+}
+
 ColumnList ParseColumns(std::string_view list) {
   ColumnList columns;
   while (true) {
     const size_t comma = list.find(',');
     const std::string_view name = list.substr(0, comma);
     const Column* column = FindColumn(name);
-    if (column == nullptr) throw std::runtime_error("there is no column '" + std::string(name) + "'");
+    if (column == nullptr) throw std::runtime_error(UnknownColumn(name));
     if (std::find(columns.begin(), columns.end(), column) != columns.end()) {
       throw std::runtime_error("column '" + std::string(name) + "' is named twice");
     }

@@ -32,6 +32,9 @@ const Column* FindColumn(std::string_view name);
 
 using ColumnList = std::vector<const Column*>;
 
+// What to say of a name that FindColumn does not know; lists those that there are.
+std::string UnknownColumn(std::string_view name);
+
 // The columns of a list "a,b,c". Throws std::runtime_error that names what is no column, or is there twice.
 ColumnList ParseColumns(std::string_view list);
 

@@ -2,6 +2,7 @@
 
 #include <doctest/doctest.h>
 
+#include <algorithm>
 #include <limits>
 #include <stdexcept>
 
@@ -205,9 +206,16 @@ TEST_CASE("a list of columns is taken in its own order") {
   CHECK(columns[1]->name == "ts_us");
 }
 
+TEST_CASE("who names no column is told which there are") {
+  const std::string problem = UnknownColumn("colour");
+  CHECK(problem.starts_with("there is no column 'colour' (only ts_us, client_ip, client_port, "));
+  CHECK(problem.ends_with(", ip_version, tunnel_id)"));
+  CHECK(static_cast<size_t>(std::count(problem.begin(), problem.end(), ',')) == AllColumns().size() - 1);
+}
+
 TEST_CASE("a list with something else in it is refused") {
-  CHECK_THROWS_WITH_AS(ParseColumns("qname,colour"), "there is no column 'colour'", std::runtime_error);
-  CHECK_THROWS_WITH_AS(ParseColumns("qname,"), "there is no column ''", std::runtime_error);
+  CHECK_THROWS_WITH_AS(ParseColumns("qname,colour"), UnknownColumn("colour").c_str(), std::runtime_error);
+  CHECK_THROWS_WITH_AS(ParseColumns("qname,"), UnknownColumn("").c_str(), std::runtime_error);
   CHECK_THROWS_WITH_AS(ParseColumns("qname,qname"), "column 'qname' is named twice", std::runtime_error);
 }
 

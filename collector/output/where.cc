@@ -25,6 +25,11 @@ double Resolution(const Column& column) {
   return column.name.ends_with("_ns") ? 1 : 0;
 }
 
+// What a column of times is compared with: response times are spans, the others are instants.
+const char* TimeExample(const Column& column) {
+  return column.name == "rtt_us" ? "100ms or 2s" : "1700000000s, counted since 1970";
+}
+
 }  // namespace
 
 Condition::Condition(std::string_view text) : whole(text) {
@@ -33,7 +38,7 @@ Condition::Condition(std::string_view text) : whole(text) {
   std::string_view name = text.substr(0, at);
   if (name == "rtt") name = "rtt_us";
   column = FindColumn(name);
-  if (column == nullptr) Refuse(whole, "there is no column '" + std::string(name) + "'");
+  if (column == nullptr) Refuse(whole, UnknownColumn(name));
 
   static constexpr struct {
     std::string_view sign;
@@ -60,7 +65,8 @@ void Condition::ParseValue(std::string_view value) {
     return;
   }
   if (test != Operator::kEqual && test != Operator::kNotEqual) {
-    Refuse(whole, "'" + std::string(column->name) + "' is a text: only = != ~ !~ compare it");
+    const char* kind = column->type == ColumnType::kBoolean ? "true or false" : "a text";
+    Refuse(whole, "'" + std::string(column->name) + "' is " + kind + ": only = != ~ !~ compare it");
   }
   if (column->type == ColumnType::kBoolean && value != "true" && value != "false") {
     Refuse(whole, "'" + std::string(value) + "' is neither true nor false");
@@ -98,7 +104,8 @@ int64_t Condition::ParseNumber(std::string_view value) const {
     const double scaled = std::round(amount * unit.nanoseconds / resolution);
     if (std::fabs(scaled) < 9e18) return static_cast<int64_t>(scaled);
   }
-  Refuse(whole, resolution == 0 ? quoted + " is no whole number" : quoted + " is no time (such as 100ms or 2s)");
+  if (resolution == 0) Refuse(whole, quoted + " is no whole number");
+  Refuse(whole, quoted + " is no time (such as " + TimeExample(*column) + ")");
 }
 
 bool Condition::Holds(const plugin::Exchange& exchange) const {

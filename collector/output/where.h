@@ -16,7 +16,8 @@ namespace output {
 //
 //   rcode=NXDOMAIN   rcode!=NOERROR   texts, without regard to the case of letters
 //   bytes_query>=512 result_code<0    numbers
-//   rtt>100ms        rtt_us<2s        times take the units ns, us, ms and s
+//   rtt>100ms        rtt_us<2s        times take the units ns, us, ms and s; without one, that of the column
+//   ts_us>=1700000000s                instants are counted since 1970
 //   cut=true                          true or false
 //   qname~\.example$ qname!~^www\.    POSIX extended regular expressions, found anywhere in the text
 //

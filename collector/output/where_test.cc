@@ -117,8 +117,10 @@ TEST_CASE("a condition that cannot be understood says what is wrong") {
     CHECK_THROWS_WITH_AS(Condition{text}, message, std::runtime_error);
   };
   refused("rcode", "condition 'rcode': no operator (one of = != < <= > >= ~ !~)");
-  refused("colour=red", "condition 'colour=red': there is no column 'colour'");
-  refused("=red", "condition '=red': there is no column ''");
+  const std::string colour = "condition 'colour=red': " + UnknownColumn("colour");
+  refused("colour=red", colour.c_str());
+  const std::string none = "condition '=red': " + UnknownColumn("");
+  refused("=red", none.c_str());
   refused("rcode!NOERROR", "condition 'rcode!NOERROR': '!' is no operator (one of = != < <= > >= ~ !~)");
   refused("qname<a", "condition 'qname<a': 'qname' is a text: only = != ~ !~ compare it");
   refused("dns_id=x", "condition 'dns_id=x': 'x' is no number");
@@ -129,6 +131,11 @@ TEST_CASE("a condition that cannot be understood says what is wrong") {
   refused("rtt>99999999999999999999s",
           "condition 'rtt>99999999999999999999s': '99999999999999999999s' is no time "
           "(such as 100ms or 2s)");
+  refused("ts_us>2026-11-20",
+          "condition 'ts_us>2026-11-20': '2026-11-20' is no time (such as 1700000000s, counted since 1970)");
+  refused("response_ns<1h",
+          "condition 'response_ns<1h': '1h' is no time (such as 1700000000s, counted since 1970)");
+  refused("cut>true", "condition 'cut>true': 'cut' is true or false: only = != ~ !~ compare it");
   refused("cut=maybe", "condition 'cut=maybe': 'maybe' is neither true nor false");
 }
 
