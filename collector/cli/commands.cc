@@ -56,7 +56,7 @@ constexpr Command kCommands[] = {
      "The page is one file that needs no network: it can be mailed.\n"
      "The file names of the captures stand in it, but not their folders.\n",
      AddReportOptions, RunReport},
-    {"names", "the names and addresses in a capture's answers, as a passive DNS list",
+    {"names", "the names and IPv4 addresses in a capture's answers, as a passive DNS list",
      "Examples:\n"
      "  dnspair names samples/dns.pcap\n"
      "  dnspair names big.pcap.gz --format json -o passive-dns.json\n",
@@ -183,7 +183,7 @@ std::unique_ptr<CLI::App> MakeApp(Options* options) {
   app->set_version_flag("--version", VersionText(),
                         "the version of the program, its plug-in interface and libpcap");
   for (const Command& command : AllCommands()) {
-    CLI::App* sub = app->add_subcommand(command.name, command.summary);
+    CLI::App* sub = app->add_subcommand(command.name, command.summary)->group("Commands");
     sub->footer(std::string("An argument -- is followed by a filter expression as tcpdump takes it.\n\n") +
                 command.examples);
     command.add_options(sub, options);

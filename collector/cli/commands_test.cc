@@ -2,6 +2,9 @@
 
 #include <doctest/doctest.h>
 
+#include <CLI/CLI.hpp>
+#include <memory>
+
 #include "collector/cli/program_for_tests.h"
 #include "collector/cli/run.h"
 #include "collector/output/columns.h"
@@ -80,7 +83,33 @@ TEST_CASE("each command has help with an example of its own") {
   CHECK(RunProgram({"-h"}).out.find("names ") != std::string::npos);
 }
 
+TEST_CASE("help shows where the command, the options and a filter stand") {
+  CHECK(Lines(RunProgram({"--help"}).out).at(1) == "Usage: dnspair COMMAND [OPTIONS]");
+  CHECK(Lines(RunProgram({"read", "--help"}).out).at(1) == "Usage: dnspair read [OPTIONS] FILE... [-- FILTER]");
+  CHECK(Lines(RunProgram({"live", "--help"}).out).at(1) == "Usage: dnspair live [OPTIONS] [-- FILTER]");
+}
+
+TEST_CASE("a number with bounds is described with those that it is held to") {
+  constexpr struct {
+    const char* command;
+    const char* option;
+    const char* bounds;
+  } kBounded[] = {{"live", "--snaplen", "64 to 262144"},
+                  {"live", "--buffer", "1 to 1024"},
+                  {"live", "--rotate-seconds", "1 to 31536000"},
+                  {"read", "--workers", "1 to 64"}};
+  Options options;
+  const std::unique_ptr<CLI::App> app = MakeApp(&options);
+  for (const auto& [command, option, bounds] : kBounded) {
+    CAPTURE(option);
+    CHECK(app->get_subcommand(command)->get_option(option)->get_description().find(bounds) != std::string::npos);
+    CheckRefused({command, option, "0"}, std::string(option) + ": Value 0 not in range " + bounds,
+                 std::string("dnspair ") + command);
+  }
+}
+
 TEST_CASE("help fits a terminal of eighty columns up to the examples") {
+  for (const std::string& line : Lines(RunProgram({"--help"}).out)) CHECK_MESSAGE(line.size() <= 80, line);
   for (const Command& command : AllCommands()) {
     for (const std::string& line : Lines(RunProgram({command.name, "--help"}).out)) {
       if (line == "Examples:") break;

@@ -1,6 +1,7 @@
 #include "collector/cli/help_formatter.h"
 
 #include <sstream>
+#include <utility>
 
 namespace cli {
 namespace {
@@ -11,6 +12,19 @@ constexpr size_t kLineWidth = 80;
 }  // namespace
 
 HelpFormatter::HelpFormatter() { column_width(kOptionColumn); }
+
+std::string HelpFormatter::make_usage(const CLI::App* app, std::string name) const {
+  if (app->get_parent() == nullptr) return "Usage: " + name + " COMMAND [OPTIONS]\n";
+  std::string usage = CLI::Formatter::make_usage(app, std::move(name));
+  return usage.insert(usage.find_last_not_of('\n') + 1, " [-- FILTER]");
+}
+
+std::string HelpFormatter::make_subcommand(const CLI::App* command) const {
+  std::ostringstream line;
+  CLI::detail::format_help(line, command->get_name(),
+                           Wrapped(command->get_description(), kLineWidth - kOptionColumn), kOptionColumn);
+  return line.str();
+}
 
 std::string HelpFormatter::make_option_opts(const CLI::Option* option) const {
   const std::string name = option->get_type_size() == 0 ? "" : option->get_type_name();

@@ -11,6 +11,9 @@ class HelpFormatter : public CLI::Formatter {
  public:
   HelpFormatter();
 
+  // In the words of the manual: the command stands first, and a filter may end the line.
+  std::string make_usage(const CLI::App* app, std::string name) const override;
+  std::string make_subcommand(const CLI::App* command) const override;
   std::string make_option_opts(const CLI::Option* option) const override;
   std::string make_option_desc(const CLI::Option* option) const override;
 };

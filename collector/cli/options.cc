@@ -30,11 +30,11 @@ void AddInterfaceOptions(CLI::App* app, Options* options) {
   Repeated(app->add_option("-i,--interface", options->interfaces, "watch this interface; any for all of them"))
       ->type_name("IFACE")
       ->required();
-  app->add_option("--snaplen", options->snap_length, "bytes kept of a packet")
+  app->add_option("--snaplen", options->snap_length, "bytes kept of a packet, 64 to 262144 (262144)")
       ->check(CLI::Range(64, 262144).description(""))
       ->type_name("BYTES");
   app->add_flag("--no-promiscuous", options->no_promiscuous, "only packets for this machine");
-  app->add_option("--buffer", options->buffer_mib, "the kernel's buffer for each interface")
+  app->add_option("--buffer", options->buffer_mib, "the kernel's buffer for each interface, 1 to 1024 (16)")
       ->check(CLI::Range(1, 1024).description(""))
       ->type_name("MIB");
   app->add_option("-Z,--user", options->user, "give up privileges for this user once the interfaces are open")
@@ -54,7 +54,7 @@ void AddInputOptions(CLI::App* app, Options* options) {
   app->add_option("--plugin", options->plugin, "the parser plug-in to load")->type_name("PATH");
   Repeated(app->add_option("--set", options->settings,
                            "a configuration key for the plug-in: max_open_requests, enable_dnssec, enable_axfr, "
-                           "request_timeout_s"))
+                           "request_timeout_s; dnspair-read(1) explains them"))
       ->type_name("KEY=VALUE");
   app->add_flag("-v,--verbose", options->verbosity, "the plug-in's log on standard error; twice: its traces too");
   app->add_flag("-q,--quiet", options->quiet, "no health line, no account and no progress on standard error");
@@ -91,7 +91,8 @@ std::vector<std::string> ChoicesOf(CLI::Option& option) {
 }
 
 void AddColumnsOption(CLI::App* app, Options* options) {
-  app->add_option("--columns", options->columns, "the columns to write, in this order")->type_name("A,B,...");
+  app->add_option("--columns", options->columns, "the columns to write, in this order; dnspair-read(1) lists them")
+      ->type_name("A,B,...");
 }
 
 void AddListLengthOption(CLI::App* app, Options* options) {
@@ -104,7 +105,7 @@ void AddTitleOption(CLI::App* app, Options* options) {
 }
 
 void AddWorkersOption(CLI::App* app, Options* options) {
-  app->add_option("--workers", options->workers, "processes that share the conversations; not for tables")
+  app->add_option("--workers", options->workers, "processes that share the conversations, 1 to 64; not for tables")
       ->check(CLI::Range(1, 64).description(""))
       ->type_name("NUMBER");
 }
@@ -118,16 +119,18 @@ void AddRotationOptions(CLI::App* app, Options* options, bool with_time) {
   if (!with_time) return;
   app->add_option(
          "-G,--rotate-seconds", options->rotate_seconds,
-         "begin another file at each multiple of this time; strftime puts the time into the name of -o, in "
-         "UTC: dns-%Y%m%d-%H%M%S.json")
+         "begin another file at each multiple of this time, 1 to 31536000; strftime puts the time into the name "
+         "of -o, in UTC: dns-%Y%m%d-%H%M%S.json")
       ->check(CLI::Range(1, 31536000).description(""))
       ->type_name("SECONDS");
 }
 
 void AddWhereOption(CLI::App* app, Options* options) {
-  Repeated(app->add_option("--where", options->where,
-                           "only exchanges that fulfil the condition, for example rcode=NXDOMAIN, 'rtt>100ms', "
-                           "status=timeout, 'qname~\\.example$'; all of several conditions"))
+  Repeated(app->add_option(
+               "--where", options->where,
+               "only exchanges that fulfil the condition, for example rcode=NXDOMAIN, 'rtt>100ms', "
+               "status=timeout, 'qname~\\.example$'; all of several conditions; dnspair-read(1) lists columns, "
+               "operators and units"))
       ->type_name("CONDITION");
 }
 
