@@ -128,6 +128,8 @@ std::string SeeAlso(const Page& page) {
   return list + ".Xr pcap-filter 7 ,\n.Xr tcpdump 8\n";
 }
 
+std::string Documents(const Page&) { return std::string(".Pa ") + DNSPAIR_DOCUMENTS + "\n"; }
+
 struct Placeholder {
   std::string_view line;
   std::string (*replacement)(const Page& page);
@@ -136,7 +138,7 @@ struct Placeholder {
 constexpr std::array kPlaceholders = {
     Placeholder{"@head@", Head},          Placeholder{"@commands@", CommandList},
     Placeholder{"@options@", OptionList}, Placeholder{"@examples@", Examples},
-    Placeholder{"@see_also@", SeeAlso},
+    Placeholder{"@see_also@", SeeAlso},   Placeholder{"@documents@", Documents},
 };
 
 }  // namespace

@@ -13,6 +13,7 @@ struct Command;
 //   @options@    the options and their descriptions
 //   @examples@   the examples of the command's help
 //   @see_also@   the other pages
+//   @documents@  the folder of the installed documents
 std::string ManualPage(const Command* command, const std::string& text);
 
 // "dnspair-read" for the command read, "dnspair" for null.

@@ -2,7 +2,14 @@
 
 #include <doctest/doctest.h>
 
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
 #include "collector/cli/commands.h"
+#include "collector/cli/options.h"
+#include "collector/cli/program_for_tests.h"
+#include "collector/output/columns.h"
 
 // What the program puts into its manual; tests/manual has the pages read by programs that know the language.
 namespace cli {
@@ -11,6 +18,18 @@ namespace {
 bool Has(const std::string& page, const std::string& text) { return page.find(text) != std::string::npos; }
 
 const Command& Read() { return AllCommands().front(); }
+
+// The items of the lists in a section of the page of read, as "name" or "name Pq more".
+std::vector<std::string> Items(const std::string& section) {
+  std::istringstream lines(Content("docs/man/dnspair-read.1.in"));
+  std::vector<std::string> items;
+  bool here = false;
+  for (std::string line; std::getline(lines, line);) {
+    if (line.starts_with(".Sh ")) here = line == ".Sh " + section;
+    if (here && line.starts_with(".It Cm ")) items.push_back(line.substr(7));
+  }
+  return items;
+}
 
 }  // namespace
 
@@ -40,6 +59,41 @@ TEST_CASE("options are described in the words of the help") {
 
 TEST_CASE("examples can be copied from a page") {
   CHECK(Has(ManualPage(&Read(), "@examples@\n"), ".Dl \"dnspair read samples/dns.pcap\"\n"));
+}
+
+TEST_CASE("the page of read lists the columns of records, in their order") {
+  std::vector<std::string> names;
+  for (const output::Column& column : output::AllColumns()) names.emplace_back(column.name);
+  CHECK(Items("COLUMNS") == names);
+}
+
+TEST_CASE("the page of read and the README explain the plug-in's keys, with one default") {
+  const std::string readme = Content("README.md");
+  const std::vector<std::string> items = Items("SETTINGS");
+  CHECK(items.size() == PluginKeys().size());
+  for (const std::string_view key : PluginKeys()) {
+    const std::string head = std::string(key) + " Pq ";
+    CAPTURE(head);
+    const auto item = std::ranges::find_if(items, [&](const std::string& each) { return each.starts_with(head); });
+    REQUIRE(item != items.end());
+    CHECK(Has(readme, "\n| `" + std::string(key) + "` | " + item->substr(head.size()) + " | "));
+  }
+}
+
+TEST_CASE("every figure of the health line is explained") {
+  const test::TemporaryFile account("");
+  REQUIRE(RunProgram({"read", "-q", "samples/dns.pcap", "--account", account.path}).ExitCode() == 0);
+  const auto figures = nlohmann::json::parse(Content(account.path)).at("health").at("figures");
+  CHECK(figures.size() == 8);
+  const std::string document = Content("docs/records.md");
+  for (const auto& figure : figures.items())
+    CHECK_MESSAGE(Has(document, "\n| `" + figure.key() + "` | "), figure.key());
+}
+
+TEST_CASE("pages tell where the documents are installed") {
+  const std::string page = ManualPage(&Read(), "@documents@\n");
+  CHECK(page.starts_with(".Pa /"));
+  CHECK(page.ends_with("/dnspair/docs\n"));
 }
 
 TEST_CASE("the program's page leads to those of its commands") {
