@@ -90,21 +90,24 @@ TEST_CASE("help shows where the command, the options and a filter stand") {
 }
 
 TEST_CASE("a number with bounds is described with those that it is held to") {
-  constexpr struct {
+  struct Bounded {
     const char* command;
     const char* option;
     const char* bounds;
-  } kBounded[] = {{"live", "--snaplen", "64 to 262144"},
-                  {"live", "--buffer", "1 to 1024"},
-                  {"live", "--rotate-seconds", "1 to 31536000"},
-                  {"read", "--workers", "1 to 64"}};
+  };
+  constexpr Bounded kBounded[] = {{"live", "--snaplen", "64 to 262144"},
+                                  {"live", "--buffer", "1 to 1024"},
+                                  {"live", "--rotate-seconds", "1 to 31536000"},
+                                  {"read", "--workers", "1 to 64"}};
   Options options;
   const std::unique_ptr<CLI::App> app = MakeApp(&options);
-  for (const auto& [command, option, bounds] : kBounded) {
-    CAPTURE(option);
-    CHECK(app->get_subcommand(command)->get_option(option)->get_description().find(bounds) != std::string::npos);
-    CheckRefused({command, option, "0"}, std::string(option) + ": Value 0 not in range " + bounds,
-                 std::string("dnspair ") + command);
+  for (const Bounded& each : kBounded) {
+    CAPTURE(each.option);
+    const CLI::Option* option = app->get_subcommand(each.command)->get_option(each.option);
+    CHECK(option->get_description().find(each.bounds) != std::string::npos);
+    CheckRefused({each.command, each.option, "0"},
+                 std::string(each.option) + ": Value 0 not in range " + each.bounds,
+                 std::string("dnspair ") + each.command);
   }
 }
 
