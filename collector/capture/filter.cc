@@ -1,7 +1,6 @@
 #include "collector/capture/filter.h"
 
 #include <memory>
-#include <stdexcept>
 
 #include "collector/capture/link_type.h"
 
@@ -26,7 +25,7 @@ std::string Compile(const std::string& expression, uint16_t link_type, bpf_progr
 Filter::Filter(const std::string& filter_expression) : expression(filter_expression) {
   Program& ethernet = programs[kEthernet];
   const std::string problem = Compile(expression, kEthernet, &ethernet.code);
-  if (!problem.empty()) throw std::runtime_error("filter '" + expression + "': " + problem);
+  if (!problem.empty()) throw FilterError("filter '" + expression + "': " + problem);
   ethernet.compiled = true;
   last_program = &ethernet;
 }

@@ -4,16 +4,23 @@
 
 #include <cstdint>
 #include <map>
+#include <stdexcept>
 #include <string>
 
 #include "collector/capture/source.h"
 
 namespace capture {
 
+// The expression is wrong.
+class FilterError : public std::runtime_error {
+ public:
+  using std::runtime_error::runtime_error;
+};
+
 // A filter expression in libpcap's language (pcap-filter(7)), compiled for each link type that turns up.
 class Filter {
  public:
-  // Throws std::runtime_error with libpcap's message when the expression is wrong. It is tried on Ethernet.
+  // Throws FilterError with libpcap's message when the expression is wrong. It is tried on Ethernet.
   explicit Filter(const std::string& filter_expression);
   ~Filter();
   Filter(const Filter&) = delete;

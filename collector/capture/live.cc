@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "collector/capture/filter.h"
 #include "collector/capture/link_type.h"
 
 namespace capture {
@@ -104,7 +105,7 @@ class Interface {
   void SetFilter(const std::string& expression) {
     bpf_program program;
     if (pcap_compile(handle.get(), &program, expression.c_str(), 1, PCAP_NETMASK_UNKNOWN) != 0) {
-      throw std::runtime_error("filter '" + expression + "': " + Error());
+      throw FilterError("filter '" + expression + "': " + Error());
     }
     const int result = pcap_setfilter(handle.get(), &program);
     pcap_freecode(&program);

@@ -4,13 +4,17 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <iostream>
 #include <memory>
 #include <new>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
+#include "collector/capture/filter.h"
 #include "collector/cli/completion.h"
 #include "collector/cli/help_formatter.h"
 #include "collector/cli/interrupt.h"
@@ -161,6 +165,8 @@ int RunCommand(const Command& command, const Options& options) {
     return command.run(options);
   } catch (const UsageError&) {
     throw;
+  } catch (const capture::FilterError& error) {
+    throw UsageError(error.what());
   } catch (const std::bad_alloc&) {
     throw;
   } catch (const std::exception& error) {
@@ -168,6 +174,36 @@ int RunCommand(const Command& command, const Options& options) {
   } catch (...) {
     PrintProblem("the plug-in threw an exception of an unknown kind");
   }
+  return kRuntimeError;
+}
+
+// An empty value is a mistake, such as a variable of the shell that is not set: never a way to say nothing.
+void RefuseEmptyValues(CLI::App* app) {
+  const auto refuse = [](const std::string& value) { return value.empty() ? "an empty text is no value" : ""; };
+  for (CLI::Option* option : app->get_options()) {
+    if (option->get_items_expected_max() > 0) option->check(CLI::Validator(refuse, "", ""));
+  }
+}
+
+// What no single option can see.
+void Settle(Options* options) {
+  if (options->output_file == "-") options->output_file.clear();
+  if (options->account_file == "-") throw UsageError("--account: an account goes into a file, and '-' is none");
+  const auto twice = [](std::vector<std::string> all) {
+    std::ranges::sort(all);
+    const auto same = std::ranges::adjacent_find(all);
+    return same == all.end() ? std::string() : *same;
+  };
+  if (const std::string name = twice(options->interfaces); !name.empty()) {
+    throw UsageError("--interface: '" + name + "' is named twice");
+  }
+  if (std::ranges::count(options->files, "-") > 1) throw UsageError("standard input can be read only once");
+}
+
+// Help that nobody can read is no success.
+int FlushedOutput(int code) {
+  if (std::cout.flush() && std::fflush(stdout) == 0) return code;
+  PrintProblem("standard output: " + std::generic_category().message(errno));
   return kRuntimeError;
 }
 
@@ -187,6 +223,7 @@ std::unique_ptr<CLI::App> MakeApp(Options* options) {
     sub->footer(std::string("An argument -- is followed by a filter expression as tcpdump takes it.\n\n") +
                 command.examples);
     command.add_options(sub, options);
+    RefuseEmptyValues(sub);
   }
   return app;
 }
@@ -209,15 +246,18 @@ int Main(int argc, char** argv) try {
     try {
       app->parse(line.arguments);
     } catch (const CLI::Success& success) {
-      return app->exit(success);
+      return FlushedOutput(app->exit(success));
     } catch (const CLI::ParseError& error) {
       const CLI::App& at = command == nullptr ? *app : *app->get_subcommand(command->name);
       const std::vector<std::string> unknown = at.remaining(true);
+      // A misspelt option is why another one is missing.
+      const auto is = [&](CLI::ExitCodes code) { return error.get_exit_code() == static_cast<int>(code); };
       const bool unexpected =
-          command == nullptr || error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError);
+          command == nullptr || is(CLI::ExitCodes::ExtrasError) || is(CLI::ExitCodes::RequiredError);
       throw UsageError(unexpected && !unknown.empty() ? UnknownArgument(at, unknown) : error.what());
     }
     if (command == nullptr) throw UsageError("the command has to stand first (one of " + CommandNames() + ")");
+    Settle(&options);
     return RunCommand(*command, options);
   } catch (const UsageError& error) {
     return UsageProblem(error.what(), help_of);

@@ -1,6 +1,8 @@
 #include "collector/cli/commands.h"
 
 #include <doctest/doctest.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -47,6 +49,55 @@ TEST_CASE("wrong usage is one line, a hint and exit code 2") {
                "--top shows a screen and no records; --format and --columns need a file for them: -o FILE",
                "dnspair live");
   CheckRefused({"names", "x", "--where", "a=b"}, "there is no option '--where'", "dnspair names");
+}
+
+TEST_CASE("an empty value is a mistake, whatever the option") {
+  for (const char* option : {"--plugin", "--account", "-o", "--columns", "--mask-clients", "-C", "--where"}) {
+    CAPTURE(option);
+    const ChildResult result = RunProgram({"read", "x", option, ""});
+    CHECK(result.ExitCode() == kWrongUsage);
+    CHECK(result.err.find("an empty text is no value\n") != std::string::npos);
+  }
+  CHECK(RunProgram({"live", "-i", "lo", "-Z", ""}).ExitCode() == kWrongUsage);
+  CHECK(RunProgram({"live", "-i", ""}).ExitCode() == kWrongUsage);
+  CheckRefused({"read", ""}, "FILE: an empty text is no value", "dnspair read");
+}
+
+TEST_CASE("what is named twice and can be used once is refused") {
+  CheckRefused({"live", "-i", "lo", "-i", "eth0", "-i", "lo"}, "--interface: 'lo' is named twice", "dnspair live");
+  CheckRefused({"read", "-", "x", "-"}, "standard input can be read only once", "dnspair read");
+}
+
+TEST_CASE("lists have a length from 1 to a million") {
+  CheckRefused({"summary", "x", "--top", "-1"}, "--top: Value -1 not in range 1 to 1000000", "dnspair summary");
+  CheckRefused({"summary", "x", "--top", "0"}, "--top: Value 0 not in range 1 to 1000000", "dnspair summary");
+  CheckRefused({"report", "x", "--top", "99999999999"}, "--top: Value 99999999999 not in range 1 to 1000000",
+               "dnspair report");
+}
+
+TEST_CASE("- is standard output for records, and no file for an account") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  CHECK(JsonLines(RunProgram({"read", "-q", file.path, "-o", "-"}).out).size() == 4);
+  CheckRefused({"read", file.path, "--account", "-"}, "--account: an account goes into a file, and '-' is none",
+               "dnspair read");
+}
+
+TEST_CASE("help that cannot be written is an error") {
+  for (const std::vector<std::string>& arguments :
+       {std::vector<std::string>{"--help"}, {"read", "--help"}, {"--version"}}) {
+    const ChildResult result = test::RunInChild([&] {
+      dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO);
+      ExecProgram(arguments);
+    });
+    CHECK(result.ExitCode() == kRuntimeError);
+    CHECK(result.err == "dnspair: standard output: No space left on device\n");
+  }
+}
+
+TEST_CASE("a misspelt option is told rather than what is missing for want of it") {
+  CheckRefused({"live", "--intreface", "eth0"}, "there is no option '--intreface'; did you mean '--interface'?",
+               "dnspair live");
+  CheckRefused({"read", "--hepl"}, "there is no option '--hepl'; did you mean '--help'?", "dnspair read");
 }
 
 TEST_CASE("a word that is nearly right is suggested") {

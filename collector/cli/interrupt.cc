@@ -22,6 +22,13 @@ bool Take(volatile std::sig_atomic_t* request) {
   return true;
 }
 
+void Handle(int signal, void (*handler)(int)) {
+  struct sigaction action {};
+  action.sa_flags = SA_RESTART;
+  action.sa_handler = handler;
+  sigaction(signal, &action, nullptr);
+}
+
 void OnInterrupt(int signal) {
   if (interrupted != 0) {
     top::RescueTerminal();
@@ -61,13 +68,12 @@ void KeepStandardDescriptors() {
 
 bool Interrupted() { return interrupted != 0; }
 
-void PrepareServiceSignals() {
-  struct sigaction action {};
-  action.sa_flags = SA_RESTART;
-  action.sa_handler = [](int) { account_wanted = 1; };
-  sigaction(SIGUSR1, &action, nullptr);
-  action.sa_handler = [](int) { reopen_wanted = 1; };
-  sigaction(SIGHUP, &action, nullptr);
+void PrepareAccountSignal() {
+  Handle(SIGUSR1, [](int) { account_wanted = 1; });
+}
+
+void PrepareReopenSignal() {
+  Handle(SIGHUP, [](int) { reopen_wanted = 1; });
 }
 
 bool TakeAccountRequest() { return Take(&account_wanted); }

@@ -17,10 +17,11 @@ void PrepareWorkerSignals();
 // True once SIGINT or SIGTERM came.
 bool Interrupted();
 
-// What runs for months listens to besides: SIGUSR1 asks for the account so far, SIGHUP for the output to be opened
-// anew. Each Take answers once for any number of signals since the last.
-void PrepareServiceSignals();
+// SIGUSR1 asks for the account so far; SIGHUP, in what runs for months, for the output to be opened anew. Each Take
+// answers once for any number of signals since the last.
+void PrepareAccountSignal();
 bool TakeAccountRequest();
+void PrepareReopenSignal();
 bool TakeReopenRequest();
 
 }  // namespace cli

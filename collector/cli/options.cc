@@ -1,8 +1,12 @@
 #include "collector/cli/options.h"
 
+#include <strings.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
+#include <charconv>
+#include <limits>
 #include <sstream>
 
 #include "collector/cli/usage_error.h"
@@ -12,6 +16,28 @@ namespace {
 
 constexpr std::array<std::string_view, 4> kPluginKeys = {"max_open_requests", "enable_dnssec", "enable_axfr",
                                                          "request_timeout_s"};
+
+// What the plug-in takes for something else than it looks like is refused: "1.5" for 1, "-5" and "2x" for no
+// number, and every word that it does not know for no.
+void RequireNumber(const std::string& key, const std::string& value) {
+  uint32_t number = 0;
+  const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), number);
+  const bool whole = error == std::errc() && end == value.data() + value.size();
+  if (!whole || number > std::numeric_limits<int32_t>::max()) {
+    throw UsageError("--set: " + key + " takes a number from 0 to 2147483647, and not '" + value + "'");
+  }
+}
+void RequireBoolean(const std::string& key, const std::string& value) {
+  static constexpr std::array kWords = {"true", "yes", "on", "1", "false", "no", "off", "0"};
+  const auto same = [&](const char* word) { return strcasecmp(word, value.c_str()) == 0; };
+  if (std::ranges::none_of(kWords, same)) {
+    throw UsageError("--set: " + key + " takes true, yes, on or 1, or false, no, off or 0, and not '" + value +
+                     "'");
+  }
+}
+void RequireValue(const std::string& key, const std::string& value) {
+  key.starts_with("enable_") ? RequireBoolean(key, value) : RequireNumber(key, value);
+}
 
 // An option that may be given several times, with one value each.
 CLI::Option* Repeated(CLI::Option* option) { return option->allow_extra_args(false); }
@@ -96,7 +122,9 @@ void AddColumnsOption(CLI::App* app, Options* options) {
 }
 
 void AddListLengthOption(CLI::App* app, Options* options) {
-  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")->type_name("NUMBER");
+  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")
+      ->check(CLI::Range(1, 1'000'000).description(""))
+      ->type_name("NUMBER");
 }
 
 void AddTitleOption(CLI::App* app, Options* options) {
@@ -143,8 +171,13 @@ std::map<std::string, std::string> PluginArguments(const std::vector<std::string
     const size_t equals = setting.find('=');
     if (equals == std::string::npos || equals == 0) throw UsageError("--set: '" + setting + "' is not KEY=VALUE");
     const std::string key = setting.substr(0, equals);
-    if (std::ranges::find(kPluginKeys, key) == kPluginKeys.end()) unknown->push_back(key);
-    arguments[key] = setting.substr(equals + 1);
+    const std::string value = setting.substr(equals + 1);
+    if (std::ranges::find(kPluginKeys, key) != kPluginKeys.end()) {
+      RequireValue(key, value);
+    } else {
+      unknown->push_back(key);
+    }
+    arguments[key] = value;
   }
   return arguments;
 }

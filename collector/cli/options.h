@@ -88,8 +88,8 @@ void AddWhereOption(CLI::App* app, Options* options);
 // The configuration keys that plug-ins of this interface know.
 std::span<const std::string_view> PluginKeys();
 
-// The plug-in's configuration, from KEY=VALUE texts. Throws UsageError for what has no key. Keys that no plug-in
-// of this interface knows are passed on, and named in `unknown`.
+// The plug-in's configuration, from KEY=VALUE texts. Throws UsageError for what has no key, and for values that a
+// known key does not take. Keys that no plug-in of this interface knows are passed on, and named in `unknown`.
 std::map<std::string, std::string> PluginArguments(const std::vector<std::string>& settings,
                                                    std::vector<std::string>* unknown);
 

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <system_error>
 
 #include "collector/capture/live.h"
 #include "collector/capture/open.h"
@@ -75,7 +77,7 @@ class Run {
         source(live != nullptr ? live.get() : files.get()),
         buffer(rotation ? nullptr : OpenOutput(given)),
         account_buffer(OpenAccount(given)),
-        flush_often(WritesToTerminal(given) || FromPipe(given)),
+        flush_often(WritesToTerminal(given) || std::ranges::any_of(given.files, IsPipe)),
         progress(live == nullptr && !given.quiet && !WritesToTerminal(given)) {
     // Whatever needs privileges is open now, and nothing out of a packet has been looked at.
     if (!given.user.empty()) DropPrivileges(given.user);
@@ -99,6 +101,7 @@ class Run {
     consumer->OnAccount(account);
     consumer->End();
     consumer->EndFile();
+    if (NothingRead(account, problems)) buffer->Abandon();
     rotation ? rotation->Finish(buffer.get()) : buffer->Close();
     const std::vector<std::string> untold = live != nullptr ? std::vector<std::string>() : problems;
     const Ending ending{options, account, untold, buffer.get(), account_buffer.get()};
@@ -107,8 +110,11 @@ class Run {
   }
 
  private:
-  static bool FromPipe(const Options& options) {
-    return std::find(options.files.begin(), options.files.end(), "-") != options.files.end();
+  // Somebody may be waiting for what comes through it.
+  static bool IsPipe(const std::string& file) {
+    std::error_code ignored;
+    const auto type = std::filesystem::status(file, ignored).type();
+    return file == "-" || type == std::filesystem::file_type::fifo || type == std::filesystem::file_type::character;
   }
 
   // The consumer, behind what changes the exchanges on their way to it.
@@ -149,6 +155,7 @@ class Run {
   bool GoOn() {
     if (flush_often) buffer->Flush();
     if (live != nullptr) Serve();
+    if (TakeAccountRequest()) PrintAccount();
     if (source->Problems().size() > problems.size()) problems = source->Problems();
     if (progress.Due()) {
       progress.Show(
@@ -181,7 +188,9 @@ class Run {
     }
     if (TakeReopenRequest()) Reopen();
     if (rotation && rotation->IsOver(WallClock())) NextFile();
-    if (!TakeAccountRequest()) return;
+  }
+
+  void PrintAccount() {
     output::Account account = CurrentAccount();
     account.waiting = account.messages.begun - account.exchanges;
     std::fputs(AccountText(account).c_str(), stderr);
@@ -216,12 +225,16 @@ std::string ChooseFormat(const Options& options) {
 }
 
 int RunCaptures(const Options& options, Consumer* consumer) {
+  RefuseSharedFiles(options);
+  PrepareAccountSignal();
   PrepareLastWords(&options.files);
   return Run(options, consumer).Execute();
 }
 
 int RunLive(const Options& options, Consumer* consumer) {
-  PrepareServiceSignals();
+  RefuseSharedFiles(options);
+  PrepareAccountSignal();
+  PrepareReopenSignal();
   PrepareLastWords(&options.files);
   return Run(options, consumer).Execute();
 }

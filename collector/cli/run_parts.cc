@@ -3,7 +3,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <filesystem>
+#include <optional>
+#include <utility>
 
 #include "collector/capture/open.h"
 #include "collector/cli/conditions.h"
@@ -27,32 +31,62 @@ void PrintLine(const std::string& text) { std::fputs((WithoutControls(text) + "\
 // The plug-in's log quotes names out of packets.
 void PrintLog(int, const std::string& line) { PrintLine(output::Printable(line)); }
 
-bool SameFile(const std::string& one, const std::string& other) {
-  struct stat a {};
-  struct stat b {};
-  if (stat(one.c_str(), &a) != 0 || stat(other.c_str(), &b) != 0) return false;
-  return S_ISREG(a.st_mode) && a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+// A regular file, whatever it is called.
+using Identity = std::optional<std::pair<dev_t, ino_t>>;
+
+Identity IdentityOf(int result, const struct stat& status) {
+  if (result != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  return std::pair(status.st_dev, status.st_ino);
+}
+Identity IdentityOf(const std::string& path) {
+  struct stat status {};
+  return IdentityOf(stat(path.c_str(), &status), status);
+}
+Identity IdentityOf(int descriptor) {
+  struct stat status {};
+  return IdentityOf(fstat(descriptor, &status), status);
 }
 
-void RefuseInputs(const Options& options, const char* option, const std::string& path) {
-  for (const std::string& file : options.files) {
-    if (SameFile(path, file)) throw UsageError(std::string(option) + ": '" + path + "' is one of the captures");
-  }
+bool IsOneOf(const Identity& file, const std::vector<std::string>& captures) {
+  return file && std::ranges::any_of(captures, [&](const std::string& each) { return IdentityOf(each) == file; });
+}
+
+// Also of files that are not there yet.
+bool SamePath(const std::string& one, const std::string& other) {
+  std::error_code ignored;
+  return std::filesystem::weakly_canonical(one, ignored) == std::filesystem::weakly_canonical(other, ignored);
 }
 
 }  // namespace
 
 void PrintProblem(const std::string& text) { PrintLine("dnspair: " + text); }
 
+void RefuseSharedFiles(const Options& options) {
+  const std::string& output = options.output_file;
+  const std::string& account = options.account_file;
+  if (IsOneOf(IdentityOf(output), options.files)) {
+    throw UsageError("--output: '" + output + "' is one of the captures");
+  }
+  if (output.empty() && IsOneOf(IdentityOf(STDOUT_FILENO), options.files)) {
+    throw UsageError("standard output is one of the captures");
+  }
+  if (account.empty()) return;
+  if (IsOneOf(IdentityOf(account), options.files)) {
+    throw UsageError("--account: '" + account + "' is one of the captures");
+  }
+  const Identity written = IdentityOf(account);
+  const bool same = output.empty() ? written && written == IdentityOf(STDOUT_FILENO)
+                                   : SamePath(account, output) || (written && written == IdentityOf(output));
+  if (same) throw UsageError("--account: '" + account + "' is where the records go");
+}
+
 std::unique_ptr<output::Buffer> OpenOutput(const Options& options) {
   if (options.output_file.empty()) return std::make_unique<output::Buffer>(STDOUT_FILENO, "standard output");
-  RefuseInputs(options, "--output", options.output_file);
   return std::make_unique<output::Buffer>(options.output_file);
 }
 
 std::unique_ptr<output::Buffer> OpenAccount(const Options& options) {
   if (options.account_file.empty()) return nullptr;
-  RefuseInputs(options, "--account", options.account_file);
   return std::make_unique<output::Buffer>(options.account_file);
 }
 
@@ -91,6 +125,10 @@ std::optional<output::ClientMask> MaskFrom(const Options& options) {
   return Understand("--mask-clients", [&] { return output::ClientMask(options.client_mask); });
 }
 
+bool NothingRead(const output::Account& account, const std::vector<std::string>& problems) {
+  return account.packets == 0 && account.interfaces.empty() && !problems.empty();
+}
+
 void Report(const Ending& ending) {
   for (const std::string& problem : ending.problems) PrintProblem(problem);
   if (ending.account_buffer != nullptr) {
@@ -101,8 +139,7 @@ void Report(const Ending& ending) {
   if (!ending.buffer->Problem().empty()) PrintProblem(ending.buffer->Problem());
   if (ending.options.quiet) return;
   // Zeros would only hide the line that says why.
-  const bool nothing_read = ending.account.packets == 0 && ending.account.interfaces.empty();
-  if (nothing_read && !ending.problems.empty()) return;
+  if (NothingRead(ending.account, ending.problems)) return;
   PrintLine(ending.account.health);
   std::fputs(AccountText(ending.account).c_str(), stderr);
 }

@@ -15,8 +15,11 @@
 // What a run is made of, whether it has workers or not.
 namespace cli {
 
-// -o and --account. Throw UsageError for a file that is one of the captures, and std::runtime_error for one that
-// cannot be written. Null for an account that nobody asked for.
+// Throws UsageError when two of captures, records and account are one file. Nothing is open yet then.
+void RefuseSharedFiles(const Options& options);
+
+// -o and --account. Throw std::runtime_error for a file that cannot be written. Null for an account that nobody
+// asked for.
 std::unique_ptr<output::Buffer> OpenOutput(const Options& options);
 std::unique_ptr<output::Buffer> OpenAccount(const Options& options);
 
@@ -36,6 +39,9 @@ struct Ending {
   output::Buffer* buffer;
   output::Buffer* account_buffer;  // null when nobody asked for it
 };
+
+// Every input failed at once: there is nothing to write, and an older file of records is worth more.
+bool NothingRead(const output::Account& account, const std::vector<std::string>& problems);
 
 // Tells it on standard error, and writes the account.
 void Report(const Ending& ending);

@@ -1,10 +1,14 @@
 #include "collector/cli/run.h"
 
 #include <doctest/doctest.h>
+#include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <fstream>
+#include <utility>
 
 #include "collector/cli/program_for_tests.h"
 #include "tests/support/compress.h"
@@ -68,10 +72,91 @@ TEST_CASE("a plug-in that is none is refused before anything else") {
   }
 }
 
+TEST_CASE("inputs of which nothing can be read leave an output file as it was") {
+  const test::TemporaryFile text("no capture"), empty, output("precious");
+  for (const std::vector<std::string>& inputs :
+       {std::vector<std::string>{"/nowhere/at.all"}, {text.path}, {empty.path, "/nowhere"}}) {
+    for (const bool with_worker : {false, true}) {
+      std::vector<std::string> arguments = {"read", "-q", "--format", "csv", "-o", output.path};
+      if (with_worker) arguments.insert(arguments.end(), {"--workers", "2"});
+      arguments.insert(arguments.end(), inputs.begin(), inputs.end());
+      CHECK(RunProgram(arguments).ExitCode() == kRuntimeError);
+      CHECK(Content(output.path) == "precious");
+    }
+  }
+}
+
+TEST_CASE("an output file that is there holds the new records alone, be they none") {
+  const test::TemporaryFile file(SmallCapture().Bytes()), none(CaptureForTests().Bytes());
+  const test::TemporaryFile output(std::string(100'000, 'x'));
+  CHECK(RunProgram({"read", "-q", file.path, "-o", output.path}).ExitCode() == 0);
+  CHECK(JsonLines(Content(output.path)).size() == 4);
+  CHECK(RunProgram({"read", "-q", none.path, "-o", output.path}).ExitCode() == 0);
+  CHECK(Content(output.path) == "");
+}
+
+TEST_CASE("records and account in one file are refused, whether it is there or not") {
+  const test::TemporaryFile file(SmallCapture().Bytes()), output("precious");
+  const std::string link = output.path + ".link";
+  REQUIRE(symlink(output.path.c_str(), link.c_str()) == 0);
+  const std::string fresh = output.path + ".new";
+  const std::vector<std::pair<std::string, std::string>> pairs = {
+      {output.path, output.path}, {output.path, link}, {link, output.path}, {fresh, fresh}};
+  for (const auto& [records, account] : pairs) {
+    const ChildResult result = RunProgram({"read", file.path, "-o", records, "--account", account});
+    CHECK(result.ExitCode() == kWrongUsage);
+    CHECK(Lines(result.err)[0] == "dnspair: --account: '" + account + "' is where the records go");
+  }
+  CHECK(Content(output.path) == "precious");
+  CHECK(access(fresh.c_str(), F_OK) != 0);
+  unlink(link.c_str());
+}
+
+TEST_CASE("standard output that goes into a capture or into the account's file is refused") {
+  const std::string capture = SmallCapture().Bytes();
+  const test::TemporaryFile file(capture), other("precious");
+  const auto into = [](const std::string& path, const std::vector<std::string>& arguments) {
+    return test::RunInChild([&] {
+      const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND);
+      dup2(descriptor, STDOUT_FILENO);
+      ExecProgram(arguments);
+    });
+  };
+  const ChildResult appended = into(file.path, {"read", file.path});
+  CHECK(appended.ExitCode() == kWrongUsage);
+  CHECK(Lines(appended.err)[0] == "dnspair: standard output is one of the captures");
+  CHECK(Content(file.path) == capture);
+  CHECK(into(other.path, {"read", file.path, "--account", other.path}).ExitCode() == kWrongUsage);
+  CHECK(Content(other.path) == "precious");
+}
+
+TEST_CASE("records of a named pipe come while it is open") {
+  const test::TemporaryFile place;
+  REQUIRE(unlink(place.path.c_str()) == 0);
+  REQUIRE(mkfifo(place.path.c_str(), 0600) == 0);
+  int out[2];
+  REQUIRE(pipe2(out, O_CLOEXEC) == 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(out[1], STDOUT_FILENO);
+    ExecProgram({"read", "-q", place.path});
+  }
+  close(out[1]);
+  const int in = open(place.path.c_str(), O_WRONLY | O_CLOEXEC);
+  const std::string capture = SmallCapture().Bytes();
+  REQUIRE(write(in, capture.data(), capture.size()) == static_cast<ssize_t>(capture.size()));
+  char byte = 0;
+  CHECK(read(out[0], &byte, 1) == 1);
+  close(in);
+  close(out[0]);
+  int status = 0;
+  waitpid(child, &status, 0);
+}
+
 TEST_CASE("a filter expression that is wrong is an error before any output") {
   const test::TemporaryFile file(SmallCapture().Bytes()), output("precious");
   const ChildResult result = RunProgram({"read", file.path, "-o", output.path, "--", "hosst", "192.0.2.1"});
-  CHECK(result.ExitCode() == kRuntimeError);
+  CHECK(result.ExitCode() == kWrongUsage);
   CHECK(result.err.find("hosst 192.0.2.1") != std::string::npos);
   CHECK(Content(output.path) == "precious");
 }
@@ -243,7 +328,7 @@ TEST_CASE("a closed pipe ends a run that waits for more compressed input") {
 
 // Starts the program on a pipe that stays open, waits until it has written, and signals it.
 struct Interrupted {
-  explicit Interrupted(const std::vector<std::string>& arguments) {
+  explicit Interrupted(const std::vector<std::string>& arguments, const std::string& messages = "/dev/null") {
     int input[2];
     int output[2];
     REQUIRE(pipe(input) == 0);
@@ -252,6 +337,7 @@ struct Interrupted {
     if (child == 0) {
       dup2(input[0], STDIN_FILENO);
       dup2(output[1], STDOUT_FILENO);
+      dup2(open(messages.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
       for (const int fd : {input[0], input[1], output[0], output[1]}) close(fd);
       ExecProgram(arguments);
     }
@@ -286,6 +372,50 @@ TEST_CASE("an interrupted run reports what was read, the open queries too") {
   const auto json = nlohmann::json::parse(Content(account.path));
   CHECK(json["interrupted"] == true);
   CHECK(json["adds_up"] == true);
+}
+
+TEST_CASE("SIGUSR1 shows the account so far, and the run goes on") {
+  const std::string capture = SmallCapture().Bytes();
+  const test::TemporaryFile messages;
+  int in[2];
+  int out[2];
+  REQUIRE(pipe2(in, O_CLOEXEC) == 0);
+  REQUIRE(pipe2(out, O_CLOEXEC) == 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    dup2(in[0], STDIN_FILENO);
+    dup2(out[1], STDOUT_FILENO);
+    dup2(open(messages.path.c_str(), O_WRONLY | O_CLOEXEC), STDERR_FILENO);
+    ExecProgram({"read", "-"});
+  }
+  close(in[0]);
+  close(out[1]);
+  REQUIRE(write(in[1], capture.data(), 400) == 400);
+  char bytes[65536];
+  REQUIRE(read(out[0], bytes, 1) == 1);
+  kill(child, SIGUSR1);
+  while (Content(messages.path).empty()) {  // the signal is seen with the next packets
+    REQUIRE(write(in[1], capture.data() + 400, capture.size() - 400) > 0);
+    usleep(10000);
+  }
+  close(in[1]);
+  while (read(out[0], bytes, sizeof bytes) > 0) {
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  REQUIRE(WIFEXITED(status));
+  const std::string said = Content(messages.path);
+  CHECK(said.starts_with("packets "));
+  CHECK(said.find("packets ", 8) != std::string::npos);
+  CHECK(said.find("WRONG") == std::string::npos);
+}
+
+TEST_CASE("the account of an interrupted run says that the input was not read to its end") {
+  const test::TemporaryFile messages;
+  const Interrupted run({"read", "-"}, messages.path);
+  CHECK(WEXITSTATUS(run.status) == kInterruptedRun);
+  CHECK(Content(messages.path).find("\ninput      not read to its end: the run was interrupted\n") !=
+        std::string::npos);
 }
 
 }  // namespace

@@ -71,7 +71,6 @@ class WorkerRun {
     Merge();
     progress.Clear();
     consumer->EndFile();
-    buffer->Close();
     return Reap() ? End() : EndWithLosses();
   }
 
@@ -203,6 +202,8 @@ class WorkerRun {
     }
     account.interrupted = Interrupted();
     account.client_mask = mask;
+    if (NothingRead(account, problems)) buffer->Abandon();
+    buffer->Close();
     const Ending ending{options, account, problems, buffer.get(), account_buffer.get()};
     Report(ending);
     return ExitCode(ending);
@@ -210,6 +211,7 @@ class WorkerRun {
 
   // Without an account: what the lost worker did is not in it.
   int EndWithLosses() {
+    buffer->Close();
     if (!buffer->Problem().empty()) PrintProblem(buffer->Problem());
     return kRuntimeError;
   }
@@ -231,6 +233,7 @@ class WorkerRun {
 
 int RunWorkers(const Options& options, Consumer* consumer) {
   RefuseWhatCannotBeShared(options);
+  RefuseSharedFiles(options);
   return WorkerRun(options, consumer).Execute();
 }
 

@@ -274,6 +274,9 @@ std::string AccountText(const Account& account) {
                                 " bits of an IPv4 and " + std::to_string(account.client_mask->ipv6_bits()) +
                                 " bits of an IPv6 address");
   }
+  if (account.interrupted && account.interfaces.empty()) {
+    text += Line("input", "not read to its end: the run was interrupted");
+  }
   if (account.shown != account.exchanges) text += Line("shown", std::to_string(account.shown));
   const std::string details = JoinNonZero(Details(account), ", ");
   if (!details.empty()) text += Line("details", details);

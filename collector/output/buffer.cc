@@ -11,6 +11,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <utility>
 
 namespace output {
 namespace {
@@ -18,7 +19,7 @@ namespace {
 std::string Reason(int error) { return std::generic_category().message(error); }
 
 int Create(const std::string& path) {
-  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+  const int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0666);
   if (fd < 0) throw std::runtime_error(path + ": " + Reason(errno));
   return fd;
 }
@@ -33,7 +34,10 @@ Buffer::Buffer(int descriptor, std::string descriptor_name, size_t capacity)
       free(memory.get()),
       limit(free + capacity) {}
 
-Buffer::Buffer(const std::string& path) : Buffer(Create(path), path) { owned = true; }
+Buffer::Buffer(const std::string& path) : Buffer(Create(path), path) {
+  owned = true;
+  holds_old = true;
+}
 
 Buffer::~Buffer() { Close(); }
 
@@ -67,9 +71,16 @@ bool Buffer::WaitWritable() const {
   return poll(&waiting, 1, -1) >= 0 || errno == EINTR;
 }
 
+// Files that cannot be emptied, as devices, hold nothing old.
+void Buffer::EmptyOldFile() {
+  if (!std::exchange(holds_old, false)) return;
+  [[maybe_unused]] const int result = ftruncate(fd, 0);
+}
+
 void Buffer::Flush() {
   if (in_memory) return;
   const char* at = memory.get();
+  if (at != free) EmptyOldFile();
   while (good && at != free) {
     const ssize_t written = write(fd, at, static_cast<size_t>(free - at));
     if (written >= 0) {
@@ -125,8 +136,16 @@ bool Buffer::Reopen() {
   return end == 0;
 }
 
+void Buffer::Abandon() {
+  if (!owned) return;
+  Drop();
+  holds_old = false;
+  Close();
+}
+
 void Buffer::Close() {
   Flush();
+  EmptyOldFile();
   if (owned && close(fd) != 0 && good) Fail(errno);
   owned = false;
 }

@@ -19,7 +19,8 @@ class Buffer {
   // Writes to a descriptor that stays open. `name` is what messages call it.
   Buffer(int descriptor, std::string name, size_t capacity = size_t{1} << 18);
 
-  // Creates the file, or empties the one that is there. Throws std::runtime_error "path: reason".
+  // Creates the file. One that is there is emptied when the first record reaches it, or else when it is closed.
+  // Throws std::runtime_error "path: reason".
   explicit Buffer(const std::string& path);
 
   // Writes nowhere: what is written stays until Drop, in memory that grows as it must.
@@ -58,6 +59,10 @@ class Buffer {
   void Flush();
   void Close();
 
+  // Writes nothing of what was not written out yet, and leaves a file that is there as it was, unless something has
+  // reached it. For a file of its own; what it says is then closed.
+  void Abandon();
+
   // What is there and was not written out yet.
   std::string_view Held() const { return {memory.get(), static_cast<size_t>(free - memory.get())}; }
   void Drop() { free = memory.get(); }
@@ -74,6 +79,7 @@ class Buffer {
  private:
   static constexpr size_t kSmallest = size_t{1} << 14;
 
+  void EmptyOldFile();
   void MakeRoom(size_t bytes);
   void Grow(size_t bytes);
   void Fail(int error);
@@ -83,6 +89,7 @@ class Buffer {
   int fd = -1;
   bool owned = false;
   bool in_memory = false;
+  bool holds_old = false;  // what was in the file before
   bool good = true;
   std::string name;
   std::string problem;

@@ -219,5 +219,34 @@ TEST_CASE("an old file is emptied") {
   CHECK(file.Content() == "new\n");
 }
 
+TEST_CASE("an old file stays as it was until the first record reaches it, or the end does") {
+  TemporaryFile file;
+  std::ofstream(file.path) << "old\n";
+  {
+    Buffer buffer((std::string(file.path)));
+    buffer.Write("new\n");
+    CHECK(file.Content() == "old\n");
+  }
+  CHECK(file.Content() == "new\n");
+  Buffer((std::string(file.path))).Close();
+  CHECK(file.Content() == "");
+}
+
+TEST_CASE("what is abandoned leaves an old file alone, but for what has reached it") {
+  TemporaryFile file;
+  std::ofstream(file.path) << "old\n";
+  Buffer first((std::string(file.path)));
+  first.Write("new\n");
+  first.Abandon();
+  CHECK(first.Good());
+  CHECK(file.Content() == "old\n");
+  Buffer second((std::string(file.path)));
+  second.Write("new\n");
+  second.Flush();
+  second.Write("newer\n");
+  second.Abandon();
+  CHECK(file.Content() == "new\n");
+}
+
 }  // namespace
 }  // namespace output

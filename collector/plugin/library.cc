@@ -1,10 +1,15 @@
 #include "collector/plugin/library.h"
 
 #include <dlfcn.h>
+#include <elf.h>
+#include <link.h>
 #include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 #include <exception>
+#include <fstream>
 #include <stdexcept>
 #include <system_error>
 
@@ -20,6 +25,20 @@ void RequireRegularFile(const std::string& path) {
   if (!S_ISREG(status.st_mode)) throw std::runtime_error(path + ": not a plug-in: not a regular file");
 }
 
+// The loader maps what the file's head tells of, and a file that was cut ends the process.
+void RequireWholeFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary | std::ios::ate);
+  const auto size = static_cast<uint64_t>(file.tellg());
+  ElfW(Ehdr) head{};
+  file.seekg(0);
+  if (!file.read(reinterpret_cast<char*>(&head), sizeof head)) return;  // the loader says what is wrong
+  if (std::memcmp(static_cast<const void*>(head.e_ident), ELFMAG, SELFMAG) != 0) return;
+  // The table of sections stands last.
+  if (head.e_shoff + uint64_t{head.e_shnum} * head.e_shentsize > size) {
+    throw std::runtime_error(path + ": not a plug-in: the file is cut off");
+  }
+}
+
 // The loader's reason, without the path that it usually starts with.
 std::string LoaderError(const std::string& path) {
   const char* text = dlerror();  // NOLINT(concurrency-mt-unsafe): glibc keeps it per thread
@@ -32,6 +51,7 @@ std::string LoaderError(const std::string& path) {
 
 Library::Library(const std::string& path) : file(path) {
   RequireRegularFile(path);
+  RequireWholeFile(path);
   const std::string name = path.find('/') == std::string::npos ? "./" + path : path;
   handle = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);
   if (handle == nullptr) throw std::runtime_error(path + ": not a plug-in: " + LoaderError(name));

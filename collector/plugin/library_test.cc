@@ -83,6 +83,15 @@ TEST_CASE("what is not a library is refused with the loader's reason, and the pa
   CHECK(ErrorOf("./empty.so") == "./empty.so: not a plug-in: file too short");
 }
 
+TEST_CASE("a library that was cut off is refused before the loader touches what is missing") {
+  const Workplace workplace;
+  for (const size_t length : {size_t{64}, size_t{4096}, std::filesystem::file_size(FAKE_PARSER) - 1}) {
+    std::filesystem::copy_file(FAKE_PARSER, "cut.so", std::filesystem::copy_options::overwrite_existing);
+    std::filesystem::resize_file("cut.so", length);
+    CHECK(ErrorOf("cut.so") == "cut.so: not a plug-in: the file is cut off");
+  }
+}
+
 TEST_CASE("directories and pipes are refused and do not hang the loader") {
   const Workplace workplace;
   std::filesystem::create_directory("folder.so");
