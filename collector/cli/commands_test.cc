@@ -149,7 +149,8 @@ TEST_CASE("a number with bounds is described with those that it is held to") {
   constexpr Bounded kBounded[] = {{"live", "--snaplen", "64 to 262144"},
                                   {"live", "--buffer", "1 to 1024"},
                                   {"live", "--rotate-seconds", "1 to 31536000"},
-                                  {"read", "--workers", "1 to 64"}};
+                                  {"read", "--workers", "1 to 64"},
+                                  {"summary", "--top", "1 to 1000000"}};
   Options options;
   const std::unique_ptr<CLI::App> app = MakeApp(&options);
   for (const Bounded& each : kBounded) {

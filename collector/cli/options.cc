@@ -122,7 +122,7 @@ void AddColumnsOption(CLI::App* app, Options* options) {
 }
 
 void AddListLengthOption(CLI::App* app, Options* options) {
-  app->add_option("--top", options->top, "how many servers, names and so on to list (10)")
+  app->add_option("--top", options->top, "how many servers, names and so on to list, 1 to 1000000 (10)")
       ->check(CLI::Range(1, 1'000'000).description(""))
       ->type_name("NUMBER");
 }
