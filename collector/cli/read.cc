@@ -50,7 +50,7 @@ class RecordPrinter : public Consumer {
     const std::string format = ChooseFormat(options);
     if (format == "table") {
       output::TableSettings settings;
-      if (WritesToTerminal(options)) settings = {TerminalWidth(STDOUT_FILENO), WantsColours(STDOUT_FILENO)};
+      if (WritesToTerminal(options)) settings = {OutputWidth(), WantsColours(STDOUT_FILENO)};
       return MakeTableWriter(buffer, columns, settings);
     }
     if (format == "ecs") return output::MakeEcsWriter(buffer);

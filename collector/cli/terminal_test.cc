@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <map>
 #include <thread>
 
 #include "collector/cli/program_for_tests.h"
@@ -15,7 +16,8 @@ namespace cli {
 namespace {
 
 // What the program shows on a terminal of this width, line ends as "\n".
-std::string OnTerminal(const std::vector<std::string>& arguments, uint16_t width, const char* no_color = nullptr) {
+std::string OnTerminal(const std::vector<std::string>& arguments, uint16_t width,
+                       const std::map<std::string, std::string>& environment = {}) {
   winsize size{};
   size.ws_col = width;
   size.ws_row = 24;
@@ -24,8 +26,8 @@ std::string OnTerminal(const std::vector<std::string>& arguments, uint16_t width
   REQUIRE(child >= 0);
   if (child == 0) {
     setenv("TERM", "xterm", 1);
-    unsetenv("NO_COLOR");
-    if (no_color != nullptr) setenv("NO_COLOR", no_color, 1);
+    for (const char* name : {"NO_COLOR", "COLUMNS"}) unsetenv(name);
+    for (const auto& [name, value] : environment) setenv(name.c_str(), value.c_str(), 1);
     ExecProgram(arguments);
   }
   std::string text;
@@ -40,19 +42,43 @@ std::string OnTerminal(const std::vector<std::string>& arguments, uint16_t width
 
 TEST_CASE("a terminal gets the table, in its width and in colour") {
   const test::TemporaryFile file(SmallCapture().Bytes());
-  const std::string text = OnTerminal({"read", file.path, "-q"}, 100);
-  const auto lines = Lines(text);
+  const auto lines = Lines(OnTerminal({"read", file.path, "-q"}, 130));
   REQUIRE(lines.size() == 5);
   CHECK(lines[0].starts_with("\033[1mTIME (UTC)"));
-  CHECK(lines[1].size() == 100);
+  CHECK(lines[1].size() == 130);
   CHECK(lines[1].ends_with(".."));
   CHECK(lines[3].starts_with("\033[31m"));
+  CHECK(Lines(OnTerminal({"read", file.path, "-q"}, 80)).at(0).starts_with("\033[1mTIME UTC CLIENT "));
+}
+
+TEST_CASE("COLUMNS says how much of a terminal is used") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const auto shown = [&](uint16_t width, const std::map<std::string, std::string>& environment) {
+    return OnTerminal({"read", file.path, "-q"}, width, environment);
+  };
+  CHECK(shown(200, {{"COLUMNS", "80"}}) == shown(80, {}));
+  CHECK(shown(80, {{"COLUMNS", "200"}}) == shown(200, {}));
+  for (const char* nonsense : {"", "0", "-5", "80x", "99999999999999999999"}) {
+    CAPTURE(nonsense);
+    CHECK(shown(100, {{"COLUMNS", nonsense}}) == shown(100, {}));
+  }
+}
+
+TEST_CASE("a pipe gets whole lines, whatever COLUMNS says") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const std::vector<std::string> arguments = {"read", file.path, "-q", "--format", "table"};
+  const std::string text = test::RunInChild([&] {
+                             setenv("COLUMNS", "80", 1);
+                             ExecProgram(arguments);
+                           }).out;
+  CHECK(text.starts_with("TIME (UTC)                 CLIENT "));
+  CHECK(text == RunProgram(arguments).out);
 }
 
 TEST_CASE("NO_COLOR is respected") {
   const test::TemporaryFile file(SmallCapture().Bytes());
-  CHECK(OnTerminal({"read", file.path, "-q"}, 100, "1").find('\033') == std::string::npos);
-  CHECK(OnTerminal({"read", file.path, "-q"}, 100, "").find('\033') != std::string::npos);
+  CHECK(OnTerminal({"read", file.path, "-q"}, 100, {{"NO_COLOR", "1"}}).find('\033') == std::string::npos);
+  CHECK(OnTerminal({"read", file.path, "-q"}, 100, {{"NO_COLOR", ""}}).find('\033') != std::string::npos);
 }
 
 TEST_CASE("a terminal can have JSON too, whole and without colour") {

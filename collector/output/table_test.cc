@@ -62,9 +62,9 @@ TEST_CASE("lines end at the width of the terminal") {
   ExchangeForTests exchange;
   const std::string answers(300, 'x');
   exchange.answers = answers;
-  const std::string line = Table(exchange, {.width = 120});
-  CHECK(line.size() == 121);
-  CHECK(line.substr(118) == "..\n");
+  const std::string line = Table(exchange, {.width = 130});
+  CHECK(line.size() == 131);
+  CHECK(line.substr(128) == "..\n");
   CHECK(Table(exchange).find(answers) != std::string::npos);
 }
 
@@ -73,6 +73,73 @@ TEST_CASE("a long name leaves room for the rest on a terminal") {
   exchange.Ask(Question(std::string(60, 'n') + "." + std::string(60, 'n'), 1));
   CHECK(Table(exchange, {.width = 200}).find(std::string(46, 'n') + ".. A  ") != std::string::npos);
   CHECK(Table(exchange).find(std::string(60, 'n') + " A  ") != std::string::npos);
+}
+
+TEST_CASE("a line of eighty columns shows when, who, what, what came of it and how long it took") {
+  ExchangeForTests exchange;
+  const std::string text = WrittenBy([&](Buffer* buffer) {
+    const auto writer = MakeTableWriter(buffer, {}, {.width = 80});
+    writer->Begin();
+    writer->Write(exchange);
+    exchange.Ask(Question("a-name-that-is-rather-long.example", 65));
+    exchange.server_port = 5353;
+    writer->Write(exchange);
+  });
+  CHECK(text ==
+        "TIME UTC CLIENT      SERVER      NAME           TYPE   RESULT         MS\n"
+        "22:13:20 192.0.2.1   198.51.100.53 www.example.com A      NOERROR     2.234\n"
+        "22:13:20 192.0.2.1   198.51.100.53:5353 a-name-that-i.. HTTPS  NOERROR     2.234\n");
+}
+
+TEST_CASE("the date is the first to go, the names and addresses of few columns are shorter") {
+  ExchangeForTests exchange;
+  CHECK(Table(exchange, {.width = 124}) ==
+        "2023-11-14 22:13:20.123456 192.0.2.1:40000       198.51.100.53:53   udp www.example.com          A      "
+        "NOERROR     2.234 ..\n");
+  CHECK(Table(exchange, {.width = 123}) ==
+        "22:13:20.123456 192.0.2.1:40000       198.51.100.53:53   udp www.example.com          A      "
+        "NOERROR     2.234\n");
+}
+
+// All that can be long is.
+struct LongExchange : ExchangeForTests {
+  LongExchange() {
+    Ask(Question(std::string(60, 'n') + "." + std::string(60, 'n'), 65281));
+    client_address = Ipv6({0x2001, 0xdb8, 0x1111, 0x2222, 0x3333, 0x4444, 0x5555, 0x6666});
+    server_address = client_address;
+    rcode = 23;
+    rtt_us = 60000123;
+  }
+};
+
+TEST_CASE("type, result and milliseconds are whole from eighty columns on, whatever stands before them") {
+  const LongExchange exchange;
+  for (size_t width = 80; width < 240; ++width) {
+    CAPTURE(width);
+    const std::string line = Table(exchange, {.width = width});
+    CHECK(line.size() <= width + 1);
+    CHECK(line.find("22:13:20") != std::string::npos);
+    CHECK(line.find(" nn") != std::string::npos);
+    CHECK(line.find(" TYPE65281 BADCOOKIE 60000.123") != std::string::npos);
+  }
+}
+
+TEST_CASE("on the narrowest terminals result and milliseconds are the last to go") {
+  const LongExchange exchange;
+  CHECK(Table(exchange, {.width = 79}).find(" TYPE65281 BADCOOKIE 60000.123\n") != std::string::npos);
+  CHECK(Table(exchange, {.width = 35}) == "nnnnnnnnnnnnn.. BADCOOKIE 60000.123\n");
+  CHECK(Table(exchange, {.width = 23}) == "BADCOOKIE 60000.123\n");
+  for (size_t width = 1; width < 80; ++width) {
+    CAPTURE(width);
+    const std::string line = Table(exchange, {.width = width});
+    CHECK(line.size() <= width + 1);
+    if (width >= 19) CHECK(line.find("BADCOOKIE 60000.123\n") != std::string::npos);
+  }
+}
+
+TEST_CASE("an address that finds no room keeps its end") {
+  const LongExchange exchange;
+  CHECK(Table(exchange, {.width = 80}).find(" 2001:d..5:6666 ") != std::string::npos);
 }
 
 TEST_CASE("colours only where they are wanted") {
