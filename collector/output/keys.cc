@@ -27,9 +27,9 @@ std::string AddressOfKey(std::string_view key) {
   return std::string(text, PutAddress(text, address));
 }
 
-void FoldName(std::string_view labels, std::string* folded) {
-  folded->resize(labels.size());
-  std::transform(labels.begin(), labels.end(), folded->begin(), Folded);
+void FoldName(std::string_view name, std::string* folded) {
+  folded->resize(name.size());
+  std::transform(name.begin(), name.end(), folded->begin(), Folded);
 }
 
 }  // namespace output

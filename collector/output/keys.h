@@ -14,8 +14,8 @@ std::string_view AddressKey(const packet::Address& address);
 // The text of such a key.
 std::string AddressOfKey(std::string_view key);
 
-// The labels of a name with their length octets, in lower case: names differ in letter case only by accident, or on
-// purpose and at random (RFC 4343). The memory of `folded` is used again.
-void FoldName(std::string_view labels, std::string* folded);
+// A name in lower case, be it a text or labels with their length octets: names differ in letter case only by
+// accident, or on purpose and at random (RFC 4343). The memory of `folded` is used again.
+void FoldName(std::string_view name, std::string* folded);
 
 }  // namespace output

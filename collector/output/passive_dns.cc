@@ -5,6 +5,7 @@
 #include <string>
 #include <tuple>
 
+#include "collector/output/keys.h"
 #include "collector/output/text.h"
 
 namespace output {
@@ -85,7 +86,9 @@ constexpr size_t kTextBlock = size_t{1} << 16;
 
 void PassiveDns::Add(const char* query_name, const char* name, uint32_t ipv4, int64_t time_ns) {
   const bool reverse = query_name == nullptr;
-  Mapping added{name, reverse ? "" : query_name, time_ns, time_ns, 1, ipv4, reverse};
+  FoldName(name, &folded_name);
+  FoldName(reverse ? "" : query_name, &folded_question);
+  Mapping added{folded_name, folded_question, time_ns, time_ns, 1, ipv4, reverse};
   const uint32_t hash = HashOf(added);
   const uint32_t known = index.Find(hash, [&](uint32_t number) {
     const Mapping& m = mappings[number];

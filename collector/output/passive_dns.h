@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <deque>
 #include <memory>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,12 +14,13 @@
 
 namespace output {
 
-// Which names had which addresses, and when: the mappings that the parser found in answers, each once. Bounded:
-// once the list is full, mappings that are not in it are counted and left out.
+// Which names had which addresses, and when: the mappings that the parser found in answers, each once. Names are in
+// lower case, as those that differ in letter case only are the same (RFC 4343). Bounded: once the list is full,
+// mappings that are not in it are counted and left out.
 class PassiveDns {
  public:
   struct Mapping {
-    std::string_view name;      // of the address, as the parser gave it
+    std::string_view name;      // of the address
     std::string_view question;  // what was asked; empty for a reverse look-up
     int64_t first_ns = 0;
     int64_t last_ns = 0;
@@ -40,6 +42,7 @@ class PassiveDns {
   uint32_t HashOf(const Mapping& mapping) const;
   std::string_view Keep(std::string_view text);
 
+  std::string folded_name, folded_question;  // of the mapping that is added
   size_t capacity;
   uint64_t not_kept = 0;
   std::deque<Mapping> mappings;

@@ -44,6 +44,34 @@ TEST_CASE("names, questions and addresses that differ are different mappings") {
   CHECK(list.All().size() == 6);
 }
 
+TEST_CASE("names and questions that differ in letter case only are the same, and take one place in the list") {
+  PassiveDns list(2);
+  list.Add("wWw.Example", "MAIL.Example", Ip(192, 0, 2, 1), 0);
+  list.Add("www.example", "mail.example", Ip(192, 0, 2, 1), 0);
+  list.Add(nullptr, "HOST.example", Ip(192, 0, 2, 1), 0);
+  list.Add(nullptr, "host.EXAMPLE", Ip(192, 0, 2, 1), 0);
+  CHECK(list.dropped() == 0);
+  CHECK(
+      Json(list) ==
+      R"({"rrname":"1.2.0.192.in-addr.arpa","rrtype":"PTR","rdata":"host.example","time_first":0,"time_last":0,"count":2})"
+      "\n"
+      R"({"rrname":"mail.example","rrtype":"A","rdata":"192.0.2.1","time_first":0,"time_last":0,"count":2,"question":"www.example"})"
+      "\n");
+}
+
+TEST_CASE("a name that differs from the question in letter case only is the question") {
+  PassiveDns list;
+  list.Add("wWw.eXample", "www.example", Ip(192, 0, 2, 1), 0);
+  CHECK_FALSE(nlohmann::json::parse(Json(list)).contains("question"));
+}
+
+TEST_CASE("only ASCII letters have a case") {
+  PassiveDns list;
+  list.Add("\xc4[", "\xc4[", Ip(192, 0, 2, 1), 0);
+  list.Add("\xe4{", "\xe4{", Ip(192, 0, 2, 1), 0);
+  CHECK(list.All().size() == 2);
+}
+
 TEST_CASE("the question is told where it is another name") {
   PassiveDns list;
   list.Add("www.example", "cdn.example", Ip(192, 0, 2, 1), 0);
