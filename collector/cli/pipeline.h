@@ -28,7 +28,8 @@ struct PipelineSettings {
 // From frames to exchanges: filter, decoder, flow table and parser in a row.
 class Pipeline {
  public:
-  // Throws capture::FilterError when the filter expression is wrong. Library and listener must outlive the pipeline.
+  // Throws capture::FilterError when the filter expression is wrong. Library and listener must outlive the
+  // pipeline.
   Pipeline(const PipelineSettings& settings, const plugin::Library& library, plugin::ExchangeListener* listener);
 
   // Takes everything the source has. Asks `go_on` every now and then, and stops early when it says no.
