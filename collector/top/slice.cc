@@ -1,6 +1,7 @@
 #include "collector/top/slice.h"
 
 #include <algorithm>
+#include <limits>
 #include <tuple>
 
 #include "collector/output/keys.h"
@@ -24,6 +25,12 @@ std::tuple<uint64_t, uint64_t> Rank(Order order, const Row& row) {
   return {};
 }
 
+// Captures may hold times from the ends of all clocks: a sum that does not fit stays at its end.
+void AddTime(int64_t* sum, int64_t time) {
+  using Limits = std::numeric_limits<int64_t>;
+  if (__builtin_add_overflow(*sum, time, sum)) *sum = time < 0 ? Limits::min() : Limits::max();
+}
+
 }  // namespace
 
 void Ranking::Tally::Add(const plugin::Exchange& exchange) {
@@ -33,7 +40,7 @@ void Ranking::Tally::Add(const plugin::Exchange& exchange) {
     return;
   }
   if (exchange.result_code != 0) ++failed;
-  time_us += exchange.rtt_us;
+  AddTime(&time_us, exchange.rtt_us);
   slowest_us = std::max(slowest_us, exchange.rtt_us);
 }
 
@@ -41,7 +48,7 @@ void Ranking::Tally::Add(const Tally& other) {
   exchanges += other.exchanges;
   failed += other.failed;
   timed_out += other.timed_out;
-  time_us += other.time_us;
+  AddTime(&time_us, other.time_us);
   slowest_us = std::max(slowest_us, other.slowest_us);
 }
 

@@ -2,6 +2,8 @@
 
 #include <doctest/doctest.h>
 
+#include <limits>
+
 #include "collector/output/keys.h"
 #include "collector/output/question.h"
 #include "collector/top/exchanges_for_tests.h"
@@ -43,6 +45,19 @@ TEST_CASE("a row tells failures, time-outs and times apart") {
   CHECK(row.mean_us == 2500);
   CHECK(row.slowest_us == 4000);
   CHECK(slice.all().Ended() == 3);
+}
+
+TEST_CASE("response times that no sum holds have a mean at the end of all numbers") {
+  constexpr int64_t kMost = std::numeric_limits<int64_t>::max();
+  constexpr int64_t kLeast = std::numeric_limits<int64_t>::min();
+  for (const int64_t end : {kMost, kLeast}) {
+    Slice slice(10), other(10);
+    for (int i = 0; i < 3; ++i) Add(&slice, {.rtt_us = end});
+    for (int i = 0; i < 3; ++i) Add(&other, {.rtt_us = end});
+    CHECK(slice.Of(Subject::kServer).First(Order::kBusiest, 1).at(0).mean_us == end / 3);
+    slice.Add(other);
+    CHECK(slice.Of(Subject::kServer).First(Order::kBusiest, 1).at(0).mean_us == end / 6);
+  }
 }
 
 TEST_CASE("names that differ in letter case only are one name") {
