@@ -55,10 +55,7 @@ struct EntryAllocator {
   Entry* allocate(size_t /*one*/) { return static_cast<Entry*>(store.Take()); }
   void deallocate(Entry* entry, size_t /*one*/) { store.Give(entry); }
 
-  template <typename Other>
-  bool operator==(const EntryAllocator<Other>& /*other*/) const {
-    return true;
-  }
+  friend bool operator==(const EntryAllocator&, const EntryAllocator&) = default;
 
  private:
   static constinit inline EntryStore store{sizeof(Entry)};
