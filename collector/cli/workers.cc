@@ -234,6 +234,7 @@ class WorkerRun {
 int RunWorkers(const Options& options, Consumer* consumer) {
   RefuseWhatCannotBeShared(options);
   RefuseSharedFiles(options);
+  PrepareAccountSignal();  // which ends nobody, although there is no account before all have sent theirs
   return WorkerRun(options, consumer).Execute();
 }
 
