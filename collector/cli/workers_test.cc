@@ -274,6 +274,15 @@ TEST_CASE("workers end quietly when nobody reads their records any more") {
   CHECK(run.said == "");
 }
 
+TEST_CASE("SIGUSR1 ends no run with workers") {
+  const test::TemporaryFile file(BusyCapture(kMoreThanPipesHold));
+  Stalled run({"read", file.path, "-q", "--workers", "2", "--format", "json"});
+  kill(run.process, SIGUSR1);
+  run.End();
+  CHECK(run.ExitCode() == 0);
+  CHECK(JsonLines(run.written).size() == kMoreThanPipesHold);
+}
+
 TEST_CASE("an interrupted run with workers reports what was read, the open queries too") {
   const test::TemporaryFile file(BusyCapture(kMoreThanPipesHold)), account;
   Stalled run({"read", file.path, "-q", "--workers", "2", "--format", "json", "--account", account.path});
