@@ -280,7 +280,7 @@ TEST_CASE("SIGUSR1 ends no run with workers") {
   kill(run.process, SIGUSR1);
   run.End();
   CHECK(run.ExitCode() == 0);
-  CHECK(JsonLines(run.written).size() == kMoreThanPipesHold);
+  CHECK(JsonLines(run.written).size() > kMoreThanPipesHold);
 }
 
 TEST_CASE("an interrupted run with workers reports what was read, the open queries too") {
