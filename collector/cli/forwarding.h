@@ -15,6 +15,7 @@ class Forwarding : public plugin::ExchangeListener {
   explicit Forwarding(plugin::ExchangeListener* listener) : next(listener) {}
 
   void OnExchange(const plugin::Exchange& exchange) override { next->OnExchange(exchange); }
+  bool WantsDetails() const override { return next->WantsDetails(); }
   void OnRecord(const EndRequest& record, const RequestMetricSpecification* metrics) override {
     next->OnRecord(record, metrics);
   }

@@ -16,6 +16,8 @@ class NamesPrinter : public Consumer {
     ++shown;
   }
 
+  bool WantsDetails() const override { return false; }
+
   void OnMapping(const char* query_name, const char* name, uint32_t ipv4, int64_t time_ns) override {
     list.Add(query_name, name, ipv4, time_ns);
   }

@@ -38,10 +38,18 @@ class RecordPrinter : public Consumer {
     writer->Write(exchange);
   }
 
+  bool WantsDetails() const override { return where.LooksAtDetails() || ShowsDetails(); }
+
  private:
+  bool ShowsDetails() const {
+    if (HasFixedFields(options)) return false;  // they read the answers where they lie
+    return columns.empty() || output::LookAtDetails(columns);
+  }
+
+  static bool HasFixedFields(const Options& options) { return options.format == "ecs" || options.format == "zeek"; }
+
   static void RefuseColumns(const Options& options) {
-    const bool fixed = options.format == "ecs" || options.format == "zeek";
-    if (fixed && !options.columns.empty()) {
+    if (HasFixedFields(options) && !options.columns.empty()) {
       throw std::runtime_error("the format " + options.format + " has fields of its own");
     }
   }

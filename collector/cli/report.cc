@@ -14,6 +14,8 @@ class ReportPrinter : public Consumer {
 
   void Begin(output::Buffer* destination) override { buffer = destination; }
 
+  bool WantsDetails() const override { return where.LooksAtDetails(); }
+
   void OnRecord(const EndRequest& record, const RequestMetricSpecification* metrics) override {
     report.Find(metrics, record);
   }

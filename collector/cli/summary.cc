@@ -13,6 +13,8 @@ class SummaryPrinter : public Consumer {
 
   void Begin(output::Buffer* destination) override { buffer = destination; }
 
+  bool WantsDetails() const override { return where.LooksAtDetails(); }
+
   void OnRecord(const EndRequest& record, const RequestMetricSpecification* metrics) override {
     summary.Find(metrics, record);
   }

@@ -52,6 +52,10 @@ class TopScreen : public Consumer {
     timeline.Add(exchange);
   }
 
+  bool WantsDetails() const override {
+    return where.LooksAtDetails() || (records != nullptr && records->WantsDetails());
+  }
+
   bool GoOn(const std::function<Intake()>& intake) override {
     const int64_t now = SteadyTime();
     timeline.Advance(now);

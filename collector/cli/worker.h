@@ -26,6 +26,7 @@ class Worker : public plugin::ExchangeListener {
   void Run(const PipelineSettings& settings, const plugin::Library& library);
 
   void OnExchange(const plugin::Exchange& exchange) override;
+  bool WantsDetails() const override { return first->WantsDetails(); }
 
  private:
   // A record that waits until all that its packet ends have come.

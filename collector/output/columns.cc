@@ -154,6 +154,7 @@ char* PutTunnelId(char* out, const Exchange& e, Style) {
 constexpr auto kInteger = ColumnType::kInteger;
 constexpr auto kText = ColumnType::kText;
 constexpr auto kBoolean = ColumnType::kBoolean;
+constexpr bool kDetails = true;
 
 constexpr Column kColumns[] = {
     {"ts_us", kInteger, true, PutTsUs},
@@ -172,8 +173,8 @@ constexpr Column kColumns[] = {
     {"rtt_us", kInteger, false, PutRttUs},
     {"bytes_query", kInteger, true, PutBytesQuery},
     {"bytes_response", kInteger, false, PutBytesResponse},
-    {"answers", kText, true, PutAnswers},
-    {"rrsigs", kInteger, true, PutRrsigs},
+    {"answers", kText, true, PutAnswers, kDetails},
+    {"rrsigs", kInteger, true, PutRrsigs, kDetails},
     {"dns_id", kInteger, true, PutDnsId},
     {"flags", kText, true, PutFlags},
     {"response_flags", kText, false, PutResponseFlags},
@@ -231,6 +232,10 @@ ColumnList EveryColumn() {
   ColumnList columns;
   for (const Column& column : kColumns) columns.push_back(&column);
   return columns;
+}
+
+bool LookAtDetails(const ColumnList& columns) {
+  return std::ranges::any_of(columns, [](const Column* column) { return column->details; });
 }
 
 size_t RoomFor(const Exchange& exchange) {

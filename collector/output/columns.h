@@ -22,6 +22,8 @@ struct Column {
   // Writes the value and returns its end: the plain text, or a JSON value. Returns `out` itself, having written
   // nothing, when the field is absent.
   char* (*write)(char* out, const plugin::Exchange& exchange, Style style);
+
+  bool details = false;  // told by the parser only if it is asked to (ExchangeListener::WantsDetails)
 };
 
 // All of them in the order of the records. Names never change and new ones come last.
@@ -40,6 +42,9 @@ ColumnList ParseColumns(std::string_view list);
 
 // Every column, for writers that show all.
 ColumnList EveryColumn();
+
+// Whether one of them shows details.
+bool LookAtDetails(const ColumnList& columns);
 
 // Room that all the columns of this exchange and their names together fit in, in any style and once per column.
 size_t RoomFor(const plugin::Exchange& exchange);

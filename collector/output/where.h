@@ -2,6 +2,7 @@
 
 #include <regex.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -28,6 +29,7 @@ class Condition {
   explicit Condition(std::string_view text);
 
   bool Holds(const plugin::Exchange& exchange) const;
+  bool LooksAtDetails() const { return column->details; }
 
  private:
   enum class Operator : uint8_t {
@@ -67,6 +69,8 @@ class Where {
     }
     return true;
   }
+
+  bool LooksAtDetails() const { return std::ranges::any_of(conditions, &Condition::LooksAtDetails); }
 
  private:
   std::vector<Condition> conditions;

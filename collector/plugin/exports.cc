@@ -42,8 +42,7 @@ bool Exports::IsDebugEnabled(const std::string& /*source_file*/) {
   return active != nullptr && active->current_level >= kDebugLevel;
 }
 
-// Always: the answers' text is part of what the collector shows.
-bool Exports::WantExtendedDetails() { return true; }
+bool Exports::WantExtendedDetails() { return active != nullptr && active->details; }
 
 void Exports::InjectMapping(const char* query_name, const char* name, uint32_t ipv4) {
   if (active != nullptr) active->mappings->OnMapping(query_name, name, ipv4);

@@ -34,6 +34,9 @@ class Exports {
 
   const CollectorExports* table() const { return &callbacks; }
 
+  // Whether records shall have strings of details. They have until this says otherwise.
+  void SetDetails(bool wanted) { details = wanted; }
+
   int level() const { return current_level; }
   void SetLevel(int log_level);
 
@@ -47,6 +50,7 @@ class Exports {
   static Exports* active;
 
   int current_level = 0;
+  bool details = true;
   LogLine log;
   MappingReceiver* mappings;
   std::string line;  // reused

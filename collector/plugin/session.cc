@@ -23,6 +23,7 @@ struct Session::State {
         pairing(listener),
         exports(settings.log_level, settings.log_line, &pairing),
         parser(library.Create(0, exports.table(), settings.args)) {
+    exports.SetDetails(listener->WantsDetails());
     parser->request_sink = &pairing;
     pairing.SetParser(parser);
   }
