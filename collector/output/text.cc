@@ -147,13 +147,31 @@ char* PutUnsigned(char* out, uint64_t value) {
   return PutEightDigits(out, static_cast<uint32_t>(value % k100Million));
 }
 
-char* PutIpv4(char* out, const uint8_t* octets) {
-  out = PutBelow10000(out, octets[0]);
-  for (int i = 1; i < 4; ++i) {
-    *out++ = '.';
-    out = PutBelow10000(out, octets[i]);
+// All octets, each with a dot behind it.
+struct Octet {
+  std::array<char, 4> text;
+  uint8_t length;
+};
+constexpr std::array<Octet, 256> MakeOctets() {
+  std::array<Octet, 256> octets{};
+  for (unsigned value = 0; value < octets.size(); ++value) {
+    Octet& octet = octets[value];
+    for (unsigned power = value < 10 ? 1 : value < 100 ? 10 : 100; power > 0; power /= 10) {
+      octet.text[octet.length++] = static_cast<char>('0' + value / power % 10);
+    }
+    octet.text[octet.length++] = '.';
   }
-  return out;
+  return octets;
+}
+constexpr std::array<Octet, 256> kOctets = MakeOctets();
+
+char* PutIpv4(char* out, const uint8_t* octets) {
+  for (int i = 0; i < 4; ++i) {
+    const Octet& octet = kOctets[octets[i]];
+    std::memcpy(out, octet.text.data(), octet.text.size());
+    out += octet.length;
+  }
+  return out - 1;  // without the last dot
 }
 
 struct Run {
