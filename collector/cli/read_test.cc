@@ -115,6 +115,49 @@ TEST_CASE("columns are written in the order they are asked for") {
   CHECK(result.out == "qname,rtt_us\nwww.example,2000\nnothing.example,200000\nsilent.example,\nlate.example,\n");
 }
 
+// A response of two addresses and two signatures among the exchanges of a small capture.
+std::string SignedCapture() {
+  return SmallCapture()
+      .Query(10 * kSecond, test::Query(5).Question("signed.example", kA))
+      .Response(10 * kSecond + kMillisecond, test::Response(5)
+                                                 .Question("signed.example", kA)
+                                                 .Answer("signed.example", A("192.0.2.81"))
+                                                 .Answer("signed.example", test::Rrsig(kA, "example"))
+                                                 .Answer("signed.example", test::Rrsig(kA, "example")))
+      .Bytes();
+}
+
+TEST_CASE("a column says the same whichever others are shown") {
+  const std::string capture = SignedCapture();
+  const auto whole = Records(capture);
+  REQUIRE(whole.size() == 5);
+  REQUIRE(whole[3]["rrsigs"] == 2);
+  for (const auto& [column, value] : whole[3].items()) {
+    const auto alone = Records(capture, {"--columns", column});
+    REQUIRE(alone.size() == whole.size());
+    for (size_t i = 0; i < whole.size(); ++i) {
+      json expected = json::object();
+      if (whole[i].contains(column)) expected[column] = whole[i][column];
+      CHECK(alone[i] == expected);
+    }
+  }
+}
+
+TEST_CASE("a condition holds whether or not its column is shown") {
+  const std::string capture = SignedCapture();
+  for (const char* condition : {"answers~192\\.0\\.2\\.81", "rrsigs=2"}) {
+    const auto found = Records(capture, {"--columns", "dns_id", "--where", condition});
+    REQUIRE(found.size() == 1);
+    CHECK(found[0]["dns_id"] == 5);
+    for (const char* format : {"ecs", "zeek", "csv"}) {
+      const test::TemporaryFile file(capture);
+      const ChildResult result = RunProgram({"read", file.path, "--format", format, "--where", condition});
+      CHECK(result.out.find("signed.example") != std::string::npos);
+      CHECK(result.out.find("www.example") == std::string::npos);
+    }
+  }
+}
+
 TEST_CASE("standard input, a file, its halves and its compressed form give the same bytes") {
   const std::string capture = SmallCapture().Bytes();
   const test::TemporaryFile file(capture), gzip(test::Gzip(capture)), zstd(test::Zstd(capture));

@@ -48,6 +48,8 @@ TEST_CASE("conditions and a title apply to pages") {
   CHECK(html.find("<title>No &lt;answers&gt;</title>") != std::string::npos);
   CHECK(FigureOf(html, "total") == "1");
   CHECK(FigureOf(html, "timeout") == "1");
+  const ChildResult answered = RunProgram({"report", file.path, "-q", "--where", "answers~192.0.2.80"});
+  CHECK(FigureOf(answered.out, "total") == "1");
   CHECK(html.find("www.example") == std::string::npos);
 }
 

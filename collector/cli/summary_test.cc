@@ -43,5 +43,13 @@ TEST_CASE("conditions and the length of lists apply to summaries") {
   CHECK(json["groups"].size() == 2);
 }
 
+TEST_CASE("a summary can be of answers that it does not show") {
+  const test::TemporaryFile file(SmallCapture().Bytes());
+  const auto json = nlohmann::json::parse(
+      RunProgram({"summary", file.path, "-q", "--format", "json", "--where", "answers~192.0.2.80"}).out);
+  CHECK(json["exchanges"]["total"] == 1);
+  CHECK(json["names"][0]["qname"] == "www.example");
+}
+
 }  // namespace
 }  // namespace cli

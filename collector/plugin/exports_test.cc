@@ -84,7 +84,12 @@ TEST_CASE("debug lines are on from level 5") {
   CHECK(bench.table->is_debug_enabled("dns-parser.cc"));
 }
 
-TEST_CASE("extended details are always wanted") { CHECK(Bench(2).table->want_extended_details()); }
+TEST_CASE("extended details are wanted until nobody looks at them") {
+  Bench bench(2);
+  CHECK(bench.table->want_extended_details());
+  bench.exports.SetDetails(false);
+  CHECK_FALSE(bench.table->want_extended_details());
+}
 
 TEST_CASE("the current context is none of the captured flows'") {
   CHECK(Bench(2).table->get_current_context_id() == 0);
@@ -116,6 +121,7 @@ TEST_CASE("callbacks after the end of their table do nothing") {
   kept.log(2, "%s", "late");
   kept.inject_dns_mapping("a", "b", 1);
   CHECK_FALSE(kept.is_debug_enabled("dns-parser.cc"));
+  CHECK_FALSE(kept.want_extended_details());
   CHECK(Lines().empty());
 }
 
