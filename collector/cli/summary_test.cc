@@ -48,6 +48,7 @@ TEST_CASE("a summary can be of answers that it does not show") {
   const auto json = nlohmann::json::parse(
       RunProgram({"summary", file.path, "-q", "--format", "json", "--where", "answers~192.0.2.80"}).out);
   CHECK(json["exchanges"]["total"] == 1);
+  REQUIRE(json["names"].size() == 1);
   CHECK(json["names"][0]["qname"] == "www.example");
 }
 
