@@ -7,18 +7,19 @@ namespace {
 
 bool NeedsQuotes(char character) { return character == ',' || character == '"'; }
 
-// Puts the field between `begin` and `end` in quotes, doubling those inside, where it holds a comma or a quote.
-char* QuoteField(char* begin, char* end) {
+// Puts the text between `begin` and `end` in quotes, doubling those inside, where it holds a comma or a quote. The
+// last character goes first to where it will be, so that none is overwritten before its turn.
+char* QuoteText(char* begin, char* end) {
   if (std::none_of(begin, end, NeedsQuotes)) return end;
-  const std::string plain(begin, end);
-  char* out = begin;
-  *out++ = '"';
-  for (const char character : plain) {
-    if (character == '"') *out++ = '"';
-    *out++ = character;
+  char* const quoted_end = end + std::count(begin, end, '"') + 2;
+  char* out = quoted_end;
+  *--out = '"';
+  for (const char* at = end; at != begin;) {
+    *--out = *--at;
+    if (*at == '"') *--out = '"';
   }
-  *out++ = '"';
-  return out;
+  *begin = '"';
+  return quoted_end;
 }
 
 class CsvWriter : public RecordWriter {
@@ -34,7 +35,8 @@ class CsvWriter : public RecordWriter {
   void Write(const plugin::Exchange& exchange) override {
     char* out = buffer->Room(RoomFor(exchange));
     for (const Column* column : columns) {
-      out = QuoteField(out, column->write(out, exchange, Style::kPlain));
+      char* const end = column->write(out, exchange, Style::kPlain);
+      out = column->type == ColumnType::kText ? QuoteText(out, end) : end;
       *out++ = ',';
     }
     out[-1] = '\n';
