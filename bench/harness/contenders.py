@@ -15,6 +15,7 @@ FEW = 100_000  # exchanges at most, for peers that take their time
 
 TSHARK_FIELDS = ["frame.time_epoch", "ip.src", "udp.srcport", "ip.dst", "udp.dstport", "dns.qry.name", "dns.qry.type",
                  "dns.flags.rcode", "dns.id", "dns.time"]
+OUR_COLUMNS = "response_ns,server_ip,server_port,client_ip,client_port,qname,qtype,rcode,dns_id,rtt_us"  # the same
 
 UNPACK_GZIP = """
 import sys, zlib
@@ -33,6 +34,10 @@ def ours(exchanges, capture):
 
     yield read("read json", "json", capture, lines=exchanges)
     yield read("read csv", "csv", capture, lines=exchanges + 1)
+    fewer = min(FEW, exchanges)
+    yield Contender("read csv, tshark's fields",
+                    [PROGRAM, "read", "-q", "--format", "csv", "--columns", OUR_COLUMNS, workshop.capture(fewer)],
+                    fewer, lines=fewer + 1)
     yield Contender("summary", [PROGRAM, "summary", "-q", capture], exchanges)
     yield Contender("names", [PROGRAM, "names", "-q", "--format", "json", capture], exchanges)
     yield read("read json, standard input", "json", "-", feeder=["cat", capture], lines=exchanges)

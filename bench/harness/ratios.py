@@ -29,7 +29,7 @@ COMMANDS = [
     Ratio("read json", ["hand-written, our shape"], at_most=1.0),
     Ratio("read json", ["hand-written"], at_most=2.0),
     Ratio("read json", ["hand-written with libtins"], at_most=0.4),
-    Ratio("tshark -T fields", ["read json"], at_least=50),
+    Ratio("tshark -T fields", ["read csv, tshark's fields"], at_least=50),
     Ratio("dnscap -g", ["read json"]),
     Ratio("summary", ["read json"], at_most=1.0),
     Ratio("read json, standard input", ["read json"]),
