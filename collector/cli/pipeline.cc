@@ -70,7 +70,7 @@ void Pipeline::Deliver() {
 }
 
 // Datagrams whose last fragments never came: they are cut, but they are there.
-void Pipeline::DeliverExpired() {
+void Pipeline::DeliverEachExpired() {
   while (decoder.TakeExpired(&datagram)) Deliver();
 }
 

@@ -53,7 +53,11 @@ class Pipeline {
   void Handle(const capture::Frame& frame);
   void AdvanceTime(int64_t now_ns);
   void Deliver();
-  void DeliverExpired();
+  void DeliverExpired() {
+    if (decoder.HasExpired()) [[unlikely]]
+      DeliverEachExpired();
+  }
+  void DeliverEachExpired();
 
   std::unique_ptr<capture::Filter> filter;
   packet::Decoder decoder;

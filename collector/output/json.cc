@@ -6,14 +6,14 @@ namespace {
 // Keys are made once, with the comma in front and the colon behind.
 struct Field {
   Word key;
-  const Column* column;
+  decltype(Column::write) write;
 };
 
 class JsonWriter : public RecordWriter {
  public:
   JsonWriter(Buffer* destination, const ColumnList& columns) : buffer(destination) {
     for (const Column* column : columns)
-      fields.push_back({Word(",\"" + std::string(column->name) + "\":"), column});
+      fields.push_back({Word(",\"" + std::string(column->name) + "\":"), column->write});
   }
 
   void Write(const plugin::Exchange& exchange) override {
@@ -21,7 +21,7 @@ class JsonWriter : public RecordWriter {
     char* out = begin;
     for (const Field& field : fields) {
       char* const value = field.key.Put(out);
-      char* const end = field.column->write(value, exchange, Style::kJson);
+      char* const end = field.write(value, exchange, Style::kJson);
       if (end != value) out = end;
     }
     if (out == begin) ++out;  // every field is absent

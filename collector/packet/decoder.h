@@ -63,6 +63,7 @@ class Decoder {
   // past. What is not taken before the next call of the two is lost. These datagrams come on top of those of the
   // frames.
   bool TakeExpired(Datagram* datagram) { return has_expired && TakeNextExpired(datagram); }
+  bool HasExpired() const { return has_expired; }  // whether TakeExpired is worth a call
 
   // At the end of the input: gives up all fragments, so that TakeExpired hands out what there is.
   void Flush();
