@@ -6,6 +6,8 @@
 #include <cmath>
 #include <stdexcept>
 
+#include "collector/output/vocabulary.h"
+
 namespace output {
 namespace {
 
@@ -70,6 +72,11 @@ void Condition::ParseValue(std::string_view value) {
   }
   if (column->type == ColumnType::kBoolean && value != "true" && value != "false") {
     Refuse(whole, "'" + std::string(value) + "' is neither true nor false");
+  }
+  const Vocabulary* const vocabulary = FindVocabulary(column->name);
+  if (vocabulary != nullptr && !value.empty() && !vocabulary->has(value)) {
+    Refuse(whole, "'" + std::string(value) + "' is no " + std::string(column->name) + " (" +
+                      std::string(vocabulary->words) + ")");
   }
   word = value;
 }

@@ -17,7 +17,7 @@ TEST_CASE("texts are equal without regard to letter case") {
   CHECK(Holds("rcode=noerror", exchange));
   CHECK(Holds("qname==WWW.example.com", exchange));
   CHECK_FALSE(Holds("rcode=NXDOMAIN", exchange));
-  CHECK_FALSE(Holds("rcode=NOERR", exchange));
+  CHECK_FALSE(Holds("qname=www.example.co", exchange));
   CHECK(Holds("rcode!=NXDOMAIN", exchange));
   CHECK_FALSE(Holds("rcode!=noerror", exchange));
 }
@@ -97,6 +97,21 @@ TEST_CASE("a text that is empty in every such record is no absent one") {
   CHECK_FALSE(Holds("answers!=", exchange));
 }
 
+TEST_CASE("codes are compared by their names, or by their numbers where they have none") {
+  ExchangeForTests exchange;
+  CHECK(Holds("qtype=a", exchange));
+  CHECK(Holds("qclass=in", exchange));
+  CHECK(Holds("proto=UDP", exchange));
+  exchange.Ask(Question("a", 65280, 2));
+  CHECK(Holds("qtype=TYPE65280", exchange));
+  CHECK(Holds("qclass=class2", exchange));
+  exchange.rcode = 4095;
+  CHECK(Holds("rcode=RCODE4095", exchange));
+  exchange.Ask(Question("a", 1) + Question("a", 28));
+  CHECK(Holds("qtype=A, AAAA", exchange));
+  CHECK_FALSE(Holds("qtype=", exchange));
+}
+
 TEST_CASE("truth values are compared") {
   ExchangeForTests exchange;
   CHECK(Holds("cut=false", exchange));
@@ -135,6 +150,13 @@ TEST_CASE("a condition that cannot be understood says what is wrong") {
           "condition 'ts_us>2026-11-20': '2026-11-20' is no time (such as 1700000000s, counted since 1970)");
   refused("response_ns<1h",
           "condition 'response_ns<1h': '1h' is no time (such as 1700000000s, counted since 1970)");
+  refused("rcode=NXDOMIAN",
+          "condition 'rcode=NXDOMIAN': 'NXDOMIAN' is no rcode (such as NOERROR, NXDOMAIN or RCODE12)");
+  refused("status!=answred",
+          "condition 'status!=answred': 'answred' is no status (answered, timeout, malformed or open)");
+  refused("proto=dot", "condition 'proto=dot': 'dot' is no proto (udp or tcp)");
+  refused("qtype=AAA", "condition 'qtype=AAA': 'AAA' is no qtype (such as A, HTTPS or TYPE65280)");
+  refused("qclass=INT", "condition 'qclass=INT': 'INT' is no qclass (such as IN, CH or CLASS2)");
   refused("cut>true", "condition 'cut>true': 'cut' is true or false: only = != ~ !~ compare it");
   refused("cut=maybe", "condition 'cut=maybe': 'maybe' is neither true nor false");
 }
