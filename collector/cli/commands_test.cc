@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <memory>
 
 #include "collector/cli/program_for_tests.h"
@@ -66,6 +67,18 @@ TEST_CASE("an empty value is a mistake, whatever the option") {
 TEST_CASE("what is named twice and can be used once is refused") {
   CheckRefused({"live", "-i", "lo", "-i", "eth0", "-i", "lo"}, "--interface: 'lo' is named twice", "dnspair live");
   CheckRefused({"read", "-", "x", "-"}, "standard input can be read only once", "dnspair read");
+
+  const test::TemporaryFile capture(SmallCapture().Bytes()), another(SmallCapture().Bytes());
+  CHECK(RunProgram({"read", capture.path, another.path}).ExitCode() == 0);
+  for (const char* command : {"read", "summary"}) {
+    CheckRefused({command, capture.path, another.path, capture.path}, "'" + capture.path + "' is named twice",
+                 std::string("dnspair ") + command);
+  }
+  const std::string linked = another.path + ".linked";
+  std::filesystem::create_symlink(another.path, linked);
+  CheckRefused({"read", another.path, linked}, "'" + linked + "' is named twice, as '" + another.path + "' too",
+               "dnspair read");
+  std::filesystem::remove(linked);
 }
 
 TEST_CASE("lists have a length from 1 to a million") {

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <utility>
 
@@ -51,6 +52,18 @@ bool IsOneOf(const Identity& file, const std::vector<std::string>& captures) {
   return file && std::ranges::any_of(captures, [&](const std::string& each) { return IdentityOf(each) == file; });
 }
 
+// Its packets would count twice.
+void RefuseRepeatedCaptures(const std::vector<std::string>& captures) {
+  std::map<Identity, std::string> seen;
+  for (const std::string& file : captures) {
+    const Identity identity = IdentityOf(file);
+    const auto [before, is_new] = seen.try_emplace(identity, file);
+    if (!identity || is_new) continue;
+    const bool same_name = before->second == file;
+    throw UsageError("'" + file + "' is named twice" + (same_name ? "" : ", as '" + before->second + "' too"));
+  }
+}
+
 // Also of files that are not there yet.
 bool SamePath(const std::string& one, const std::string& other) {
   std::error_code ignored;
@@ -62,6 +75,7 @@ bool SamePath(const std::string& one, const std::string& other) {
 void PrintProblem(const std::string& text) { PrintLine("dnspair: " + text); }
 
 void RefuseSharedFiles(const Options& options) {
+  RefuseRepeatedCaptures(options.files);
   const std::string& output = options.output_file;
   const std::string& account = options.account_file;
   if (IsOneOf(IdentityOf(output), options.files)) {

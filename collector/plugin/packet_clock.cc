@@ -17,13 +17,6 @@ int64_t FloorDivide(int64_t dividend, int64_t divisor) {
 Microtime ToMicrotime(int64_t time_ns) { return {FloorDivide(time_ns, kPerMicrosecond)}; }
 
 bool PacketClock::Advance(int64_t now_ns) {
-  // Nearly every packet lies in the second that was crossed last. (At both ends of time the product and the difference
-  // wrap around, and cancel out.)
-  constexpr auto kLength = static_cast<uint64_t>(kPerSecond);
-  if (running && static_cast<uint64_t>(now_ns) - static_cast<uint64_t>(grid) * kLength < kLength) {
-    latest = std::max(latest, now_ns);
-    return false;
-  }
   const int64_t second = FloorDivide(now_ns, kPerSecond);
   const bool set_back = running && second < grid - kMaxDisorderSeconds;
   if (!running || set_back) {
