@@ -178,6 +178,17 @@ TEST_CASE("queries of one flow are told apart by their identifiers, in host byte
   CHECK(order == std::vector<unsigned>{0, 0x00ff, 0x0100, 0xffff});
 }
 
+TEST_CASE("a key and a query that nobody filled in are empty") {
+  CHECK(DnsQueryID().qid == 0);
+  const DnsQuery query;
+  CHECK(query.types.empty());
+  CHECK(query.names.empty());
+  CHECK(query.start_time.ticks == 0);
+  CHECK(query.request_bytes == 0);
+  CHECK(query.request_id == 0);
+  CHECK_FALSE(query.dnssec_ok);
+}
+
 TEST_CASE("queries are copied member by member") {
   DnsQuery query;
   query.types = "types";
