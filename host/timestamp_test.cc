@@ -17,6 +17,11 @@ TEST_CASE("instants and differences start at zero") {
   CHECK(TimeDelta<1000000>().ticks == 0);
 }
 
+TEST_CASE("the parser's own unit is the microsecond") {
+  CHECK(std::is_same_v<Microtime, Timestamp<1000000>>);
+  CHECK(std::is_same_v<Microdelta, TimeDelta<1000000>>);
+}
+
 TEST_CASE("two instants are a difference apart, in their own unit") {
   const Timestamp<1000000> earlier{1700000000000000};
   const Timestamp<1000000> later{1700000000001999};

@@ -84,7 +84,7 @@ class ExchangeListener {
   virtual void OnExchange(const Exchange& exchange) = 0;
 
   // Whether anybody looks at `answers`, `rrsigs` and the strings of the parser's records. The parser does not put
-  // them together for nobody: 5 % of a run. Asked once, before the first record.
+  // them together for nobody: 6 % of `summary`. Asked once, before the first record.
   virtual bool WantsDetails() const { return true; }
 
   // The parser's own end record, and how the parser groups its records (null if it does not). The exchange with the
