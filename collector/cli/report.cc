@@ -10,7 +10,7 @@ namespace {
 
 class ReportPrinter : public Consumer {
  public:
-  explicit ReportPrinter(const Options& given) : options(given), where(ParseConditions(given)) {}
+  explicit ReportPrinter(const Options& given) : options(given), where(ParseConditions(given)), report(given.top) {}
 
   void Begin(output::Buffer* destination) override { buffer = destination; }
 

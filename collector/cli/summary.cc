@@ -9,7 +9,8 @@ namespace {
 
 class SummaryPrinter : public Consumer {
  public:
-  explicit SummaryPrinter(const Options& given) : options(given), where(ParseConditions(given)) {}
+  explicit SummaryPrinter(const Options& given)
+      : options(given), where(ParseConditions(given)), summary(given.top) {}
 
   void Begin(output::Buffer* destination) override { buffer = destination; }
 

@@ -7,6 +7,12 @@
 
 namespace output {
 
+namespace {
+
+size_t KeysFor(size_t listed) { return std::clamp<size_t>(listed * 64, 2048, 65536); }
+
+}  // namespace
+
 void Rate::Add(int64_t time_ns) {
   first = any ? std::min(first, time_ns) : time_ns;
   last = any ? std::max(last, time_ns) : time_ns;
@@ -16,6 +22,9 @@ void Rate::Add(int64_t time_ns) {
   if (slot.second != second) slot = {second, 0};
   peak = std::max(peak, ++slot.count);
 }
+
+Summary::Summary(size_t listed)
+    : clients(KeysFor(listed)), names(KeysFor(listed)), failing(KeysFor(listed)), unanswered(KeysFor(listed)) {}
 
 void Summary::Tally::Add(const plugin::Exchange& exchange) {
   if (exchange.status == plugin::Status::kOpen) {

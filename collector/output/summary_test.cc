@@ -215,6 +215,23 @@ TEST_CASE("a hundred thousand names take bounded memory and keep the frequent on
   CHECK(json["names"][0]["count"] == 10000);
 }
 
+TEST_CASE("a long list has room for names that are not frequent at all") {
+  constexpr int kListed = 1000;
+  Summary summary(kListed);
+  for (int i = 0; i < 50000; ++i) {
+    const std::string name = i % 5 == 0 ? "some" + std::to_string(i / 5 % kListed) : "once" + std::to_string(i);
+    Add(&summary, {.name = name.c_str()});
+  }
+  summary.Release();
+  const auto json = summary.Json(kListed);
+  REQUIRE(json["names"].size() == kListed);
+  for (const auto& name : json["names"]) {
+    CHECK(name["qname"].get<std::string>().starts_with("some"));
+    CHECK(name["count"] == 10);
+    CHECK(name["error"] == 0);
+  }
+}
+
 TEST_CASE("servers that made room for others are counted together") {
   Summary summary;
   for (int i = 0; i < 3000; ++i) {

@@ -25,6 +25,7 @@ struct Labels {
 class Report {
  public:
   // As of Summary.
+  explicit Report(size_t listed = 0) : summary(listed) {}
   void Find(const RequestMetricSpecification* metrics, const EndRequest& record) { summary.Find(metrics, record); }
   void Add(const plugin::Exchange& exchange);
   void Release() { summary.Release(); }
