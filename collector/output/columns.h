@@ -16,13 +16,13 @@ enum class ColumnType : uint8_t { kInteger, kText, kBoolean };
 // One field of a record. docs/records.md describes them in the same order.
 struct Column {
   std::string_view name;
-  ColumnType type;
-  bool always;  // present in every record
 
   // Writes the value and returns its end: the plain text, or a JSON value. Returns `out` itself, having written
   // nothing, when the field is absent.
   char* (*write)(char* out, const plugin::Exchange& exchange, Style style);
 
+  ColumnType type;
+  bool always;           // present in every record
   bool details = false;  // told by the parser only if it is asked to (ExchangeListener::WantsDetails)
 };
 
