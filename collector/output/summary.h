@@ -63,7 +63,7 @@ class Summary {
 
   // No name or client that makes up more than a 2,048th of all is missing from its list; where more than 32 will be
   // `listed`, rarer ones are not, either. Each that is counted takes room in the cache: eight times as many would
-  // make `summary` 15 % slower.
+  // make `summary` 12 to 15 % slower.
   explicit Summary(size_t listed = 0);
 
   // The parser's record of the exchange that is added next, for the groups.
