@@ -141,6 +141,11 @@ TEST_CASE("a label is plain when it is written as it is") {
 TEST_CASE("IPv4 addresses are dotted") {
   CHECK(AddressText(Ipv4(0, 0, 0, 0)) == "0.0.0.0");
   CHECK(AddressText(Ipv4(255, 10, 9, 100)) == "255.10.9.100");
+  for (unsigned octet = 0; octet < 256; ++octet) {
+    const std::string text = std::to_string(octet);
+    const auto byte = static_cast<uint8_t>(octet);
+    CHECK(AddressText(Ipv4(byte, 1, byte, byte)) == text + ".1." + text + "." + text);
+  }
 }
 
 TEST_CASE("IPv6 addresses are canonical") {
