@@ -57,8 +57,9 @@ void RefuseRepeatedCaptures(const std::vector<std::string>& captures) {
   std::map<Identity, std::string> seen;
   for (const std::string& file : captures) {
     const Identity identity = IdentityOf(file);
+    if (!identity) continue;
     const auto [before, is_new] = seen.try_emplace(identity, file);
-    if (!identity || is_new) continue;
+    if (is_new) continue;
     const bool same_name = before->second == file;
     throw UsageError("'" + file + "' is named twice" + (same_name ? "" : ", as '" + before->second + "' too"));
   }
